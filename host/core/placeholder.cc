@@ -1,0 +1,1 @@
+// Reference-host code shared by fipsval and its tests.

@@ -1,0 +1,97 @@
+#include "tests/support/test_env.h"
+
+#include <dirent.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace fipsval::testing {
+
+std::string Crlf(std::string_view text) {
+  std::string out;
+  out.reserve(text.size() + text.size() / 16);
+  for (char c : text) {
+    if (c == '\n') out += '\r';
+    out += c;
+  }
+  return out;
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+void WriteFile(const std::string& path, std::string_view content) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(content.data(), static_cast<std::streamsize>(content.size()));
+  if (!out) throw std::runtime_error("cannot write " + path);
+}
+
+bool FileExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+void ResetVectorDirs() {
+  umount2("/tmp/resp", MNT_DETACH);
+  if (std::system("rm -rf /tmp/req /tmp/resp") != 0) {
+    throw std::runtime_error("cannot clear /tmp/req and /tmp/resp");
+  }
+  mkdir("/tmp/req", 0755);
+  mkdir("/tmp/resp", 0755);
+}
+
+void WriteRequest(std::string_view name, std::string_view content) {
+  WriteFile("/tmp/req/" + std::string(name) + ".req", content);
+}
+
+std::string ReadResponse(std::string_view name) {
+  return ReadFile("/tmp/resp/" + std::string(name) + ".rsp");
+}
+
+bool ResponseExists(std::string_view name) {
+  return FileExists("/tmp/resp/" + std::string(name) + ".rsp");
+}
+
+void MountTinyResponseDir(std::size_t bytes) {
+  const std::string options = "size=" + std::to_string(bytes);
+  if (mount("tiny", "/tmp/resp", "tmpfs", 0, options.c_str()) != 0) {
+    throw std::runtime_error("cannot mount a tmpfs on /tmp/resp");
+  }
+}
+
+std::string CaptureStdout(const std::function<void()>& fn) {
+  std::fflush(stdout);
+  std::FILE* sink = std::tmpfile();
+  const int saved = dup(STDOUT_FILENO);
+  dup2(fileno(sink), STDOUT_FILENO);
+  fn();
+  std::fflush(stdout);
+  dup2(saved, STDOUT_FILENO);
+  close(saved);
+  std::string out;
+  std::rewind(sink);
+  char buf[4096];
+  for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, sink)) > 0;) {
+    out.append(buf, n);
+  }
+  std::fclose(sink);
+  return out;
+}
+
+int OpenDescriptorCount() {
+  int count = 0;
+  if (DIR* dir = opendir("/proc/self/fd")) {
+    while (readdir(dir)) ++count;
+    closedir(dir);
+  }
+  return count - 3;  // ".", ".." and the directory's own descriptor
+}
+
+}  // namespace fipsval::testing

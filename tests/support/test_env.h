@@ -1,0 +1,36 @@
+// Helpers for tests that run inside sandbox_run, where "/tmp/req",
+// "/tmp/resp" and "/data/etc" are private to the test process.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace fipsval::testing {
+
+// Turns "\n" line ends into the CR LF of CAVP files.
+std::string Crlf(std::string_view text);
+
+std::string ReadFile(const std::string& path);  // "" when missing
+void WriteFile(const std::string& path, std::string_view content);
+bool FileExists(const std::string& path);
+
+// Recreates "/tmp/req" and "/tmp/resp" empty (unmounting a tiny tmpfs that
+// an earlier test left on "/tmp/resp").
+void ResetVectorDirs();
+void WriteRequest(std::string_view name, std::string_view content);
+std::string ReadResponse(std::string_view name);
+bool ResponseExists(std::string_view name);
+
+// Mounts a tmpfs of `bytes` bytes on "/tmp/resp", so that writes fail part
+// way through a response file.
+void MountTinyResponseDir(std::size_t bytes);
+
+// Runs fn with standard output captured; returns what it printed.
+std::string CaptureStdout(const std::function<void()>& fn);
+
+// Number of open descriptors of this process, for leak checks.
+int OpenDescriptorCount();
+
+}  // namespace fipsval::testing
