@@ -16,7 +16,7 @@ struct ErrorMessage {
 };
 
 // Walked in this order, which is neither the order of the tests nor that of
-// the bits; hosts and their logs know the messages in this order.
+// the bits; the order of the error text is kept as it is on purpose.
 constexpr std::array<ErrorMessage, 8> kErrorMessages{{
     {FIPS_ST_FIRMWARE, "Firmware integrity test failed"},
     {FIPS_ST_AES, "AES self-test failed"},

@@ -13,7 +13,6 @@
 #include <array>
 #include <atomic>
 #include <climits>
-#include <cstring>
 #include <memory>
 #include <ostream>
 #include <span>
