@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -50,7 +51,7 @@ struct Vector {
 void Put(uint8_t* field, std::size_t size, const std::string& hex) {
   const ByteVec bytes = FromHex(hex);
   ASSERT_LE(bytes.size(), size);
-  std::memcpy(field, bytes.data(), bytes.size());
+  std::copy(bytes.begin(), bytes.end(), field);
 }
 
 rbg_params BlockFor(const Vector& v, int32_t returned_len) {
