@@ -322,11 +322,15 @@ bool read_seed(Session& s, Direction dir, Seed& seed) {
       {"KEY3 = ", "Key3 field not present", "Error extracting key3"},
   };
   for (std::size_t k = 0; k < std::size(kKeyLines); ++k) {
-    if ((k > 0 && !s.Next()) || !s.Has(kKeyLines[k].tag)) {
+    // Key 1 may come from a "KEYs = " line too, but that line counts 3
+    // keys and is refused as a bad key 1: a seed needs three key lines.
+    const bool present =
+        k == 0 ? s.Has(kKeyLines[0].tag) || s.Has("KEYs = ")
+               : s.Next() && s.Has(kKeyLines[k].tag);
+    if (!present) {
       Fail(kKeyLines[k].missing);
       return false;
     }
-    // A "KEYs = " line counts 3 and is refused here.
     if (extract_key(s.line.data(), seed.keys) != 1) {
       Fail(kKeyLines[k].refused);
       return false;
