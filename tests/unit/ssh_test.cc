@@ -219,6 +219,14 @@ TEST_F(SshRunner, ShortHIsHashedAsAZeroFilledDigest) {
             std::vector<std::string>{Reference("SHA1", c, 'A', 8)});
 }
 
+TEST_F(SshRunner, LastLineWithoutCrlfAfterACaseIsCopiedAsItStands) {
+  const std::string request =
+      Header("[SHA-1]", 64, 64) + CaseText(0, MakeCase(20, 13)) + "# end";
+  EXPECT_EQ(Run(request), "");
+  const std::string rsp = Response();
+  EXPECT_EQ(rsp.substr(rsp.size() - 7), "\r\n# end");
+}
+
 TEST_F(SshRunner, ReportsMissingAndOverlongFields) {
   const SshCase c = MakeCase(20, 10);
   const std::string header = Header("[SHA-1]", 64, 128);

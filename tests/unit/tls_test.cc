@@ -220,6 +220,14 @@ TEST_F(TlsRunner, MarkersCountOnlyAtLineStartCountAnywhere) {
   EXPECT_EQ(Response(), unmarked);
 }
 
+TEST_F(TlsRunner, LastLineWithoutCrlfAfterACaseIsCopiedAsItStands) {
+  const std::string request =
+      Header("[TLS 1.0/1.1]", 64) + CaseText(0, MakeCase(48, 14)) + "# end";
+  EXPECT_EQ(Run(request), "");
+  const std::string rsp = Response();
+  EXPECT_EQ(rsp.substr(rsp.size() - 7), "\r\n# end");
+}
+
 TEST_F(TlsRunner, ReportsMissingAndOverlongFields) {
   const TlsCase c = MakeCase(48, 11);
   const std::string header = Header("[TLS 1.2, SHA-256]", 256);
