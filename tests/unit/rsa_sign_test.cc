@@ -203,6 +203,9 @@ TEST(RsaSigGen, FailureMessages) {
       {"[mod = 1024]\n\nSHAAlg = SHA1\nMsg2 = 00\n", "Msg field not present\n"},
       {"[mod = 1024]\n\nSHAAlg = SHA1\n", "Msg field not present\n"},
       {"[mod = 1024]\n\nSHAAlg = SHA1\nMsg = \n", "Error extracting msg\n"},
+      // A line longer than the 4096-byte line buffer comes in pieces.
+      {"[mod = 1024]\n\nSHAAlg = SHA1\nMsg = " + std::string(6000, 'b') + "\n",
+       "Msg field too long (2044 bytes, at most 1024)\n"},
       {"[mod = 1024]\n\nSHAAlg = SHA1\n" + big_msg,
        "Msg field too long (1025 bytes, at most 1024)\n"},
   };
