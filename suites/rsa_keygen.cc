@@ -245,8 +245,9 @@ void test_rsa_keygen_kat_from_file(const char* name) {
   if (!files.Open(name)) return;
   std::array<char, kLineSize> line{};
   int nlen = 0;
-  // A record's values. p keeps its value from the record before when a
-  // record has no "prandom = " line; q starts each record at zero.
+  // A record's values, owned here rather than by a key object that nothing
+  // reads. p keeps its value from the record before when a record has no
+  // "prandom = " line; q starts each record at zero.
   UniqueBignum e;
   UniqueBignum p(BN_new());
   UniqueBignum q;

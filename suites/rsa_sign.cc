@@ -28,7 +28,8 @@ namespace {
 constexpr int kLineSize = 4096;
 constexpr std::size_t kMsgSize = 1024;
 constexpr std::size_t kSigSize = 512;
-// Signature keys use exponent 3, not 65537: the SigGen files expect it.
+// SigGen keys use the public exponent 3 on purpose (reported as "e = 03");
+// only the key-generation runners use 65537.
 constexpr unsigned long kSignatureExponent = 3;
 
 constexpr char kMsgTag[] = "Msg = ";
