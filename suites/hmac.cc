@@ -139,8 +139,9 @@ bool AnswerTest(const RunnerFiles& files, Mode mode, char* line) {
   // Zeroed so that a Tlen beyond the SHA-1 length (up to 32) shows zeros
   // rather than stale memory.
   std::array<uint8_t, kMaxMacLen> mac = {};
-  const int ok = mode == kSha1 ? hmac_sha1(msg, msg_len, key, key_len, mac.data())
-                               : hmac_sha256(msg, msg_len, key, key_len, mac.data());
+  const int ok = mode == kSha1
+                     ? hmac_sha1(msg, msg_len, key, key_len, mac.data())
+                     : hmac_sha256(msg, msg_len, key, key_len, mac.data());
   if (!ok) {
     Fail("Error generating mac");
     return false;

@@ -13,8 +13,7 @@ namespace {
 
 int hash(const uint8_t* msg, std::size_t len, uint8_t* md) {
   SHA_CTX ctx;
-  return SHA1_Init(&ctx) && SHA1_Update(&ctx, msg, len) &&
-         SHA1_Final(md, &ctx);
+  return SHA1_Init(&ctx) && SHA1_Update(&ctx, msg, len) && SHA1_Final(md, &ctx);
 }
 
 struct Sha1 {
