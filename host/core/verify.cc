@@ -81,6 +81,7 @@ Comparison CompareWithExpected(const std::string& name,
   const bool drbg = name == "CTR_DRBG";
   constexpr std::string_view kReturned = "ReturnedBits = ";
   bool comparable_section = true;
+  bool seen_comparable = false;  // an [AES-256 use df] section was reached
 
   const std::size_t common = std::min(got.size(), want.size());
   for (std::size_t i = 0; i < common; ++i) {
@@ -88,6 +89,7 @@ Comparison CompareWithExpected(const std::string& name,
     const std::string& w = want[i].text;
     if (drbg && StartsWith(w, "[") && w.ends_with(" df]")) {
       comparable_section = w == "[AES-256 use df]";
+      seen_comparable = seen_comparable || comparable_section;
     }
     bool same = g == w;
     if (!same && drbg && !comparable_section && StartsWith(g, kReturned) &&
@@ -107,7 +109,11 @@ Comparison CompareWithExpected(const std::string& name,
                     Quote(got[common]);
     return result;
   }
-  if (got.size() < want.size() && !(partial && !got.empty())) {
+  // The CTR_DRBG runner stops at the first test without a nonce: in NIST's
+  // file the first no-df test, after the [AES-256 use df] sections. What
+  // follows there is other mechanisms' answers, not missing ones.
+  const bool drbg_done = drbg && seen_comparable && !comparable_section;
+  if (got.size() < want.size() && !(partial && !got.empty()) && !drbg_done) {
     result.detail = got.empty() ? "response is empty"
                                 : "response ends early\n  expected " +
                                       Quote(want[common]);

@@ -93,7 +93,8 @@ class HostCli : public ::testing::Test {
   }
   Result Run(std::vector<std::string> args) {
     std::vector<std::string> all = {"--data-dir", "/tmp/host", "--config", cfg_,
-                                    "--firmware", firmware_};
+                                    "--firmware", firmware_, "--firmware-digest",
+                                    firmware_ + ".sha256"};
     all.insert(all.end(), args.begin(), args.end());
     return Fipsval(all);
   }

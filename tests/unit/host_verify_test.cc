@@ -57,6 +57,21 @@ TEST(Verify, DrbgAnswersAreComparedOnlyInAes256UseDfSections) {
   std::string wrong = response;
   wrong.replace(wrong.find("= aa"), 4, "= ab");
   EXPECT_FALSE(Compare("CTR_DRBG", wrong, expected).ok);
+
+  // The runner ends at the first no-df test (its nonce is empty): complete
+  // once past the AES-256 sections, short anywhere before or inside them.
+  const std::string stopped = Crlf(
+      "[AES-128 use df]\nCOUNT = 0\n"
+      "[AES-256 use df]\nCOUNT = 0\nReturnedBits = aa\n"
+      "[3KeyTDEA no df]\nCOUNT = 0\n");
+  c = Compare("CTR_DRBG", stopped, expected);
+  EXPECT_TRUE(c.ok) << c.detail;
+  EXPECT_FALSE(Compare("CTR_DRBG", Crlf("[AES-128 use df]\nCOUNT = 0\n"),
+                       expected).ok);
+  EXPECT_FALSE(Compare("CTR_DRBG",
+                       Crlf("[AES-128 use df]\nCOUNT = 0\n[AES-256 use df]\n"
+                            "COUNT = 0\n"),
+                       expected).ok);
 }
 
 TEST(Verify, TreeVerdictsAndClosingLine) {
