@@ -152,22 +152,6 @@ TEST(BlockOperations, CbcDecryptionChainsAcrossCalls) {
   EXPECT_EQ(back, plain);
 }
 
-TEST(BlockOperations, CbcMatchesEcbWithExplicitChaining) {
-  const Bytes plain = Pattern(48);
-  keyInstance key = MakeKey(DIR_ENCRYPT);
-  cipherInstance cipher = MakeCipher(MODE_CBC);
-  Bytes ct(48);
-  ASSERT_EQ(blockEncrypt(&cipher, &key, plain.data(), 384, ct.data()), 384);
-  Bytes chained(plain);
-  for (int i = 0; i < 16; ++i) chained[i] ^= kIv[i];
-  Bytes expected = Ecb(Bytes(chained.begin(), chained.begin() + 16),
-                       DIR_ENCRYPT);
-  EXPECT_EQ(Bytes(ct.begin(), ct.begin() + 16), expected);
-  for (int i = 16; i < 32; ++i) chained[i] ^= ct[i - 16];
-  expected = Ecb(Bytes(chained.begin() + 16, chained.begin() + 32), DIR_ENCRYPT);
-  EXPECT_EQ(Bytes(ct.begin() + 16, ct.begin() + 32), expected);
-}
-
 TEST(BlockOperations, Cfb1MatchesOpenSslBitOrderAndAdvancesTheIv) {
   const Bytes plain = Pattern(32, 0x5a);
   keyInstance key = MakeKey(DIR_ENCRYPT);
@@ -189,24 +173,6 @@ TEST(BlockOperations, Cfb1MatchesOpenSslBitOrderAndAdvancesTheIv) {
   ASSERT_EQ(blockDecrypt(&third, &dec, ct.data(), 256, out.data()), 256);
   EXPECT_EQ(out, plain);
   EXPECT_EQ(blockDecrypt(&third, &dec, ct.data(), 0, out.data()), 0);
-}
-
-TEST(BlockOperations, EveryModeWorksInPlace) {
-  for (int mode : {MODE_ECB, MODE_CBC, MODE_CFB1}) {
-    const Bytes plain = Pattern(64, static_cast<uint8_t>(mode));
-    keyInstance enc = MakeKey(DIR_ENCRYPT);
-    cipherInstance c1 = MakeCipher(mode);
-    Bytes expected(64);
-    blockEncrypt(&c1, &enc, plain.data(), 512, expected.data());
-    cipherInstance c2 = MakeCipher(mode);
-    Bytes buf = plain;
-    blockEncrypt(&c2, &enc, buf.data(), 512, buf.data());
-    EXPECT_EQ(buf, expected) << "mode " << mode;
-    keyInstance dec = MakeKey(mode == MODE_CFB1 ? DIR_ENCRYPT : DIR_DECRYPT);
-    cipherInstance c3 = MakeCipher(mode);
-    blockDecrypt(&c3, &dec, buf.data(), 512, buf.data());
-    EXPECT_EQ(buf, plain) << "mode " << mode;
-  }
 }
 
 // ---------------------------------------------------------------------------
