@@ -1,0 +1,89 @@
+// The host callbacks that the library calls by name. fipsval is linked with
+// its symbols exported, so the library binds to these definitions.
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <span>
+
+#include "fipsval.h"
+#include "host/core/entropy_source.h"
+#include "host/core/host_settings.h"
+#include "host/core/integrity.h"
+
+using fipsval::host::ErrorMode;
+using fipsval::host::Settings;
+
+extern "C" {
+
+int is_fips_cc_enabled(void) { return Settings().fips_cc ? 1 : 0; }
+
+int fips_check_vpn_cfg(int force) {
+  return fipsval::host::CheckIntegrity("configuration integrity",
+                                       Settings().config,
+                                       Settings().config_digest, force);
+}
+
+int fips_hash_vpn_cfg(int) {
+  fipsval::host::Sha256 digest{};
+  std::string error;
+  if (!fipsval::host::DigestFile(Settings().config, &digest, &error) ||
+      !fipsval::host::StoreDigest(Settings().config_digest, digest,
+                                  Settings().config, &error)) {
+    std::fprintf(stderr, "fipsval: cannot hash the configuration: %s\n",
+                 error.c_str());
+    return -1;
+  }
+  return 0;
+}
+
+int fips_check_firmware(int force) {
+  return fipsval::host::CheckIntegrity("firmware integrity",
+                                       Settings().firmware,
+                                       Settings().firmware_digest, force);
+}
+
+int fips_rng_test(int force) {
+  return fipsval::host::RngSelfTest(Settings().entropy, force);
+}
+
+int fips_log_startup_error(const char* text) {
+  std::FILE* log = std::fopen(Settings().error_log.c_str(), "a");
+  if (!log) {
+    std::fprintf(stderr, "fipsval: cannot open the error log %s: %s\n",
+                 Settings().error_log.c_str(), std::strerror(errno));
+    return -1;
+  }
+  char stamp[32];
+  const std::time_t now = std::time(nullptr);
+  std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&now));
+  std::fprintf(log, "%s %s\n", stamp, text);
+  const bool written = std::fclose(log) == 0;
+  return written ? 0 : -1;
+}
+
+int fips_goto_error_mode(int code, const char* text) {
+  ErrorMode() = {true, code, text ? text : ""};
+  if (std::FILE* f = std::fopen(Settings().error_mode_file.c_str(), "w")) {
+    std::fprintf(f, "%d %s\n", code, ErrorMode().text.c_str());
+    std::fclose(f);
+  }
+  return 0;
+}
+
+int fipsmsg(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  const int n = std::vfprintf(stderr, format, args);
+  va_end(args);
+  return n;
+}
+
+int fips_read_entropy(unsigned char* buffer, int length) {
+  if (length < 0) return -1;
+  const std::span<uint8_t> out(buffer, static_cast<std::size_t>(length));
+  return fipsval::host::ReadEntropy(Settings().entropy, out) ? length : -1;
+}
+
+}  // extern "C"

@@ -1,0 +1,13 @@
+// The library calls ioctl by name; defining it in the executable routes the
+// CTR_DRBG test request to the user-space stand-in when the kernel lacks it.
+#include <cstdarg>
+
+#include "host/core/drbg_standin.h"
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+  va_list args;
+  va_start(args, request);
+  void* const arg = va_arg(args, void*);
+  va_end(args);
+  return fipsval::InterposedIoctl(fd, request, arg);
+}

@@ -1,0 +1,26 @@
+// File digests for the configuration- and firmware-integrity tests. Stored
+// digests use the layout of sha256sum: 64 hex digits, two blanks, a name.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace fipsval::host {
+
+using Sha256 = std::array<uint8_t, 32>;
+
+bool DigestFile(const std::string& path, Sha256* digest, std::string* error);
+bool ReadStoredDigest(const std::string& path, Sha256* digest,
+                      std::string* error);
+bool StoreDigest(const std::string& path, const Sha256& digest,
+                 const std::string& name, std::string* error);
+
+// 1 when the file's SHA-256 equals the stored one, 0 otherwise (with the
+// reason on standard error, prefixed by `test`). A non-zero force corrupts
+// the computed digest first, so that the test fails as it would for a
+// modified file.
+int CheckIntegrity(const char* test, const std::string& file,
+                   const std::string& stored_digest, int force);
+
+}  // namespace fipsval::host

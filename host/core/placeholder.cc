@@ -1,1 +1,0 @@
-// Reference-host code shared by fipsval and its tests.

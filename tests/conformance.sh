@@ -1,0 +1,58 @@
+#!/bin/sh
+# Conformance of one suite against a CAVP vector tree: copies the tree (and
+# the project's own vectors) into the sandbox, runs the suite with
+# `fipsval run` and checks the responses with `fipsval verify --strict`.
+#
+# usage: conformance.sh FIPSVAL CAVP_DIR PROJECT_VECTORS SUITE QUICK [WRAPPER...]
+#   QUICK=1 cuts every Monte Carlo request to its first seed and lets verify
+#   accept the shortened responses (--partial); WRAPPER (e.g. valgrind ...)
+#   is put in front of `fipsval run`.
+set -eu
+fipsval=$1 cavp=$2 vectors=$3 suite=$4 quick=$5
+shift 5
+
+if [ ! -d "$cavp" ]; then
+  echo "conformance: no CAVP vector tree at $cavp: skipped"
+  echo "(configure with -DFIPSVAL_CAVP_DIR=/path/to/tree to run it)"
+  exit 77
+fi
+if [ "${FIPSVAL_SANDBOX:-}" != 1 ]; then
+  echo "conformance: run through sandbox_run (it uses /tmp/req and /tmp/resp)" >&2
+  exit 77
+fi
+
+tree=/tmp/cavp-tree
+rm -rf "$tree"
+mkdir -p "$tree"
+cp -R "$cavp"/. "$tree"/
+if [ -d "$vectors" ]; then cp -R "$vectors"/. "$tree"/; fi
+chmod -R u+w "$tree"
+rm -rf "$tree"/*/resp
+
+partial=""
+if [ "$quick" = 1 ]; then
+  for request in "$tree"/AES/req/*MCT*.req "$tree"/TDES/req/TCBCMonte*.req; do
+    [ -f "$request" ] && sed -i '/\[DECRYPT\]/,$d' "$request"
+  done
+  partial=--partial
+fi
+
+log=/tmp/conformance-run.log
+if ! "$@" "$fipsval" run --suite "$suite" "$tree" >"$log" 2>&1; then
+  echo "conformance: fipsval run --suite $suite failed:"
+  tail -n 40 "$log"
+  exit 1
+fi
+verdicts=/tmp/conformance-verify.log
+status=0
+"$fipsval" verify --strict $partial --suite "$suite" "$tree" >"$verdicts" || status=$?
+cat "$verdicts"
+if [ "$status" -ne 0 ]; then
+  echo "--- library output of the run (last lines) ---"
+  tail -n 20 "$log"
+  exit 1
+fi
+if ! grep -q '^PASS ' "$verdicts"; then
+  echo "conformance: nothing was checked for suite $suite"
+  exit 1
+fi

@@ -1,0 +1,365 @@
+// The self-test run as the host sees it: progress output, the failure
+// mask, the forced-failure marker, the error text and the host callbacks.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fipsval.h"
+#include "selftest/selftest.h"
+#include "tests/support/host_doubles.h"
+#include "tests/support/test_env.h"
+
+namespace fipsval::testing {
+namespace {
+
+constexpr char kMarker[] = "/data/etc/katfail";
+constexpr char kStartLine[] = "\nFIPS-CC mode: Starting self-tests.\n";
+
+struct Step {
+  const char* label;
+  uint32_t bit;
+};
+constexpr std::array<Step, 8> kSteps{{
+    {"Running Configuration Integrity test...       ", 64},
+    {"Running AES test...                           ", 2},
+    {"Running SHA1 HMAC test...                     ", 4},
+    {"Running SHA256 HMAC test...                   ", 128},
+    {"Running 3DES test...                          ", 8},
+    {"Running RSA test...                           ", 16},
+    {"Running Firmware integrity test...            ", 1},
+    {"Running RNG test...                           ", 32},
+}};
+
+// The whole output of a run in which the tests in `failed` fail.
+std::string ExpectedRun(uint32_t failed) {
+  std::string out = kStartLine;
+  for (const Step& s : kSteps) {
+    out += s.label;
+    out += (failed & s.bit) ? "failed\n" : "passed\n";
+  }
+  out += failed ? "Self-tests failed\n" : "Self-tests passed\n";
+  return out;
+}
+
+struct RunResult {
+  int mask = -1;
+  std::string out;
+};
+
+RunResult RunSelfTests() {
+  RunResult r;
+  r.out = CaptureStdout([&] { r.mask = fips_self_tests(); });
+  return r;
+}
+
+struct CheckResult {
+  int bit = -1;
+  std::string out;
+};
+
+CheckResult CheckFail() {
+  CheckResult r;
+  r.out = CaptureStdout([&] { r.bit = fips_check_fail(); });
+  return r;
+}
+
+std::string ErrorText(uint32_t mask) {
+  std::array<char, 900> buf;
+  get_self_test_errstr(mask, buf.data(), buf.size());
+  return buf.data();
+}
+
+using ErrorModes = std::vector<std::pair<int, std::string>>;
+
+class SelfTests : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ResetHost();
+    unlink(kMarker);
+  }
+  void TearDown() override { unlink(kMarker); }
+};
+
+TEST_F(SelfTests, AllPassWithoutMarker) {
+  const RunResult r = RunSelfTests();
+  EXPECT_EQ(r.mask, 0);
+  EXPECT_EQ(r.out, ExpectedRun(0));
+  EXPECT_EQ(Host().vpn_cfg_args, std::vector<int>{0});
+  EXPECT_EQ(Host().firmware_args, std::vector<int>{0});
+  EXPECT_EQ(Host().rng_args, std::vector<int>{0});
+  EXPECT_TRUE(Host().logged.empty());
+  EXPECT_TRUE(Host().error_modes.empty());
+}
+
+// ---------------------------------------------------------------------------
+// Forcing each test by name.
+
+struct Forced {
+  const char* name;
+  uint32_t bit;
+  const char* message;
+  int HostDoubles::*host_result;  // the host performs this test, or null
+};
+void PrintTo(const Forced& f, std::ostream* os) { *os << f.name; }
+
+class ForcedByName : public SelfTests, public ::testing::WithParamInterface<Forced> {};
+
+TEST_P(ForcedByName, FailsThatTestAloneAndEntersErrorMode) {
+  const Forced& f = GetParam();
+  // A host that honours the force fails its own test.
+  if (f.host_result) Host().*f.host_result = 0;
+  WriteFile(kMarker, f.name);
+
+  const RunResult r = RunSelfTests();
+
+  EXPECT_EQ(r.mask, static_cast<int>(f.bit));
+  EXPECT_EQ(r.out, std::string("\nForcing failure of ") + f.name + "\n" + ExpectedRun(f.bit));
+  // Every test gets 0 or its own bit, never 1 for a bit other than 1.
+  EXPECT_EQ(Host().vpn_cfg_args, std::vector<int>{static_cast<int>(f.bit & 64)});
+  EXPECT_EQ(Host().firmware_args, std::vector<int>{static_cast<int>(f.bit & 1)});
+  EXPECT_EQ(Host().rng_args, std::vector<int>{static_cast<int>(f.bit & 32)});
+  const std::string text = std::string("FIPS error: ") + f.message;
+  EXPECT_EQ(Host().logged, std::vector<std::string>{text});
+  EXPECT_EQ(Host().error_modes, (ErrorModes{{-3, text}}));
+  EXPECT_FALSE(FileExists(kMarker));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EachName, ForcedByName,
+    ::testing::Values(
+        Forced{"Configuration", 64, "Configuration Integrity test failed",
+               &HostDoubles::vpn_cfg_result},
+        Forced{"AES", 2, "AES self-test failed", nullptr},
+        Forced{"SHA1-HMAC", 4, "SHA1 HMAC self-test failed", nullptr},
+        Forced{"SHA256-HMAC", 128, "SHA256 HMAC self-test failed", nullptr},
+        Forced{"3DES", 8, "3DES self-test failed", nullptr},
+        Forced{"RSA", 16, "RSA self-test failed", nullptr},
+        Forced{"Firmware-integrity", 1, "Firmware integrity test failed",
+               &HostDoubles::firmware_result},
+        Forced{"RNG", 32, "RNG self-test failed", &HostDoubles::rng_result}),
+    [](const auto& info) {
+      std::string name = info.param.name;
+      for (char& c : name) {
+        if (c == '-') c = '_';
+      }
+      return "T" + name;
+    });
+
+TEST_F(SelfTests, HostDecidesTheOutcomeOfItsOwnTests) {
+  // The library only passes the force on; a host that ignores it passes.
+  WriteFile(kMarker, "Configuration");
+  const RunResult r = RunSelfTests();
+  EXPECT_EQ(r.mask, 0);
+  EXPECT_EQ(Host().vpn_cfg_args, std::vector<int>{64});
+  EXPECT_TRUE(Host().error_modes.empty());
+}
+
+// ---------------------------------------------------------------------------
+// The marker file.
+
+TEST_F(SelfTests, MarkerWithNewlineForcesNothingButIsDeleted) {
+  WriteFile(kMarker, "RSA\n");
+  const RunResult r = RunSelfTests();
+  EXPECT_EQ(r.mask, 0);
+  EXPECT_EQ(r.out, "\nForcing failure of RSA\n\n" + ExpectedRun(0));
+  EXPECT_FALSE(FileExists(kMarker));
+}
+
+TEST_F(SelfTests, EmptyMarkerIsSilentAndDeleted) {
+  WriteFile(kMarker, "");
+  const RunResult r = RunSelfTests();
+  EXPECT_EQ(r.mask, 0);
+  EXPECT_EQ(r.out, ExpectedRun(0));
+  EXPECT_FALSE(FileExists(kMarker));
+}
+
+TEST_F(SelfTests, MarkerMustHoldExactlyOneName) {
+  for (const char* content : {"AESx", "AE", "AES ", "aes", " AES", "RSA\nAES", "SHA1",
+                              "Firmware", "Configuration\r\n"}) {
+    WriteFile(kMarker, content);
+    const CheckResult r = CheckFail();
+    EXPECT_EQ(r.bit, 0) << content;
+    EXPECT_EQ(r.out.rfind("\nForcing failure of ", 0), 0u) << content;
+    EXPECT_FALSE(FileExists(kMarker)) << content;
+  }
+}
+
+TEST_F(SelfTests, MissingMarkerIsTheQuietCase) {
+  const CheckResult r = CheckFail();
+  EXPECT_EQ(r.bit, 0);
+  EXPECT_EQ(r.out, "");
+}
+
+TEST_F(SelfTests, LongMarkerLineIsReadUpTo63Characters) {
+  const std::string line(200, 'A');
+  WriteFile(kMarker, line);
+  const CheckResult r = CheckFail();
+  EXPECT_EQ(r.bit, 0);
+  EXPECT_EQ(r.out, "\nForcing failure of " + line.substr(0, 63) + "\n");
+  EXPECT_FALSE(FileExists(kMarker));
+}
+
+TEST_F(SelfTests, UnreadableMarkerIsHarmless) {
+  ASSERT_EQ(mkdir(kMarker, 0755), 0);
+  const CheckResult r = CheckFail();
+  rmdir(kMarker);
+  EXPECT_EQ(r.bit, 0);
+  EXPECT_EQ(r.out, "");
+}
+
+// ---------------------------------------------------------------------------
+// Failures reported by the host, and the error text.
+
+TEST_F(SelfTests, FirmwareFailureDoesNotStopTheRngTest) {
+  Host().firmware_result = 0;
+  Host().rng_result = -1;
+  Host().log_result = 3;  // only a negative result means the log failed
+  const RunResult r = RunSelfTests();
+  EXPECT_EQ(r.mask, 33);
+  EXPECT_EQ(r.out, ExpectedRun(33));
+  EXPECT_EQ(Host().rng_args.size(), 1u);
+  const std::string text =
+      "FIPS error: Firmware integrity test failed, RNG self-test failed";
+  EXPECT_EQ(Host().logged, std::vector<std::string>{text});
+  EXPECT_EQ(Host().error_modes, (ErrorModes{{-3, text}}));
+}
+
+TEST_F(SelfTests, AnyHostResultOfOneOrMorePasses) {
+  Host().vpn_cfg_result = 2;
+  Host().firmware_result = 7;
+  Host().rng_result = 1;
+  EXPECT_EQ(RunSelfTests().mask, 0);
+  Host().vpn_cfg_result = 0;
+  EXPECT_EQ(RunSelfTests().mask, 64);
+}
+
+TEST_F(SelfTests, FailedLogIsReportedAndErrorModeStillEntered) {
+  Host().log_result = -1;
+  WriteFile(kMarker, "RSA");
+  const RunResult r = RunSelfTests();
+  const std::string text = "FIPS error: RSA self-test failed";
+  // The message has no line end of its own.
+  EXPECT_EQ(r.out, "\nForcing failure of RSA\n" + ExpectedRun(16) +
+                       "Failed to log self-test failure: " + text);
+  EXPECT_EQ(Host().error_modes, (ErrorModes{{-3, text}}));
+}
+
+TEST(ErrorText, ListsMessagesInTableOrder) {
+  EXPECT_EQ(ErrorText(0), "FIPS error: ");
+  EXPECT_EQ(ErrorText(16), "FIPS error: RSA self-test failed");
+  EXPECT_EQ(ErrorText(33),
+            "FIPS error: Firmware integrity test failed, RNG self-test failed");
+  EXPECT_EQ(ErrorText(66),
+            "FIPS error: AES self-test failed, Configuration Integrity test failed");
+  const std::string all =
+      "FIPS error: Firmware integrity test failed, AES self-test failed, "
+      "SHA1 HMAC self-test failed, SHA256 HMAC self-test failed, "
+      "3DES self-test failed, RSA self-test failed, RNG self-test failed, "
+      "Configuration Integrity test failed";
+  EXPECT_EQ(ErrorText(255), all);
+  EXPECT_EQ(ErrorText(0xffffffffu), all);  // bits of no test add nothing
+  EXPECT_EQ(ErrorText(256), "FIPS error: ");
+}
+
+TEST(ErrorText, NeverExceedsTheGivenSize) {
+  const std::string all = ErrorText(255);
+  for (std::size_t size = 0; size <= all.size() + 2; ++size) {
+    std::string buf(all.size() + 8, '\x7f');
+    get_self_test_errstr(255, buf.data(), size);
+    if (size == 0) {
+      EXPECT_EQ(buf, std::string(all.size() + 8, '\x7f'));
+      continue;
+    }
+    const std::string expected = all.substr(0, size - 1);
+    EXPECT_EQ(std::string(buf.c_str()), expected) << "size " << size;
+    // Nothing past the terminator was touched.
+    EXPECT_EQ(buf.find_first_not_of('\x7f', expected.size() + 1), std::string::npos)
+        << "size " << size;
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Configuration checks outside the start-up run.
+
+TEST_F(SelfTests, CheckConfigPassesOnlyOnExactlyOne) {
+  EXPECT_EQ(fips_check_config(1), 0);
+  EXPECT_EQ(Host().vpn_cfg_args, std::vector<int>{0});
+  EXPECT_TRUE(Host().error_modes.empty());
+  EXPECT_TRUE(Host().messages.empty());
+
+  // 2 passes the start-up run but not this check.
+  Host().vpn_cfg_result = 2;
+  EXPECT_EQ(RunSelfTests().mask, 0);
+  std::string out = CaptureStdout([] { EXPECT_EQ(fips_check_config(0), -1); });
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(Host().error_modes, (ErrorModes{{-4, "configuration"}}));
+}
+
+TEST_F(SelfTests, CheckConfigReportsByMode) {
+  const std::string report = "\nConfiguration Integrity check failed\n";
+  struct Case {
+    int mode;
+    std::string printed;
+    std::vector<std::string> host_messages;
+  };
+  for (const Case& c : {Case{1, "", {report}}, Case{2, report, {}}, Case{0, "", {}},
+                        Case{3, "", {}}, Case{-1, "", {}}}) {
+    ResetHost();
+    Host().vpn_cfg_result = 0;
+    const std::string out = CaptureStdout([&] { EXPECT_EQ(fips_check_config(c.mode), -1); });
+    EXPECT_EQ(out, c.printed) << "mode " << c.mode;
+    EXPECT_EQ(Host().messages, c.host_messages) << "mode " << c.mode;
+    EXPECT_EQ(Host().error_modes, (ErrorModes{{-4, "configuration"}})) << "mode " << c.mode;
+  }
+}
+
+TEST_F(SelfTests, CheckConfigIsNeverForcedAndLeavesTheMarker) {
+  WriteFile(kMarker, "Configuration");
+  EXPECT_EQ(fips_check_config(0), 0);
+  EXPECT_EQ(Host().vpn_cfg_args, std::vector<int>{0});
+  EXPECT_TRUE(FileExists(kMarker));
+}
+
+TEST_F(SelfTests, UpdateConfigHashesOnlyInFipsCcMode) {
+  EXPECT_EQ(fips_update_config(), 0);
+  EXPECT_EQ(Host().hash_cfg_args, std::vector<int>{0});
+
+  ResetHost();
+  Host().fips_cc_enabled = 0;
+  EXPECT_EQ(fips_update_config(), 0);
+  EXPECT_TRUE(Host().hash_cfg_args.empty());
+
+  Host().fips_cc_enabled = -1;  // any non-zero value means on
+  EXPECT_EQ(fips_update_config(), 0);
+  EXPECT_EQ(Host().hash_cfg_args, std::vector<int>{0});
+}
+
+TEST(SelfTestExports, MaxHashTestsIsOne) { EXPECT_EQ(fips_get_max_hash_tests(), 1); }
+
+TEST(SelfTestExports, SharedLibraryExportsCNames) {
+  void* lib = dlopen(FIPSVAL_LIBRARY, RTLD_LAZY | RTLD_LOCAL);
+  ASSERT_NE(lib, nullptr) << dlerror();
+  for (const char* name :
+       {"fips_self_tests", "fips_check_fail", "fips_check_config", "fips_update_config",
+        "fips_get_max_hash_tests", "fips_kat_aes_test", "fips_kat_sha1_test",
+        "fips_kat_sha256_test", "fips_kat_3des_test", "fips_kat_rsa_test"}) {
+    EXPECT_NE(dlsym(lib, name), nullptr) << name;
+  }
+  // Internals stay inside the library.
+  for (const char* name : {"do_self_tests", "_ZN7fipsval13do_self_testsEv",
+                           "_ZN7fipsval21fips_openssl_aes_testEi"}) {
+    EXPECT_EQ(dlsym(lib, name), nullptr) << name;
+  }
+  dlclose(lib);
+}
+
+}  // namespace
+}  // namespace fipsval::testing
