@@ -22,12 +22,16 @@ bool RunnerFiles::Open(const char* name) {
   return true;
 }
 
-bool RunnerFiles::Write(std::string_view text, const char* message) const {
-  if (std::fwrite(text.data(), 1, text.size(), rsp_.get()) != text.size()) {
+bool WriteChecked(std::FILE* out, std::string_view text, const char* message) {
+  if (std::fwrite(text.data(), 1, text.size(), out) != text.size()) {
     Fail(message);
     return false;
   }
   return true;
+}
+
+bool RunnerFiles::Write(std::string_view text, const char* message) const {
+  return WriteChecked(rsp_.get(), text, message);
 }
 
 bool WriteAnswer(const RunnerFiles& files, std::string_view tag,

@@ -26,6 +26,10 @@ using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
 // Prints a runner's failure message as one line.
 inline void Fail(const char* message) { std::puts(message); }
 
+// Writes text whole to out; on a short write prints `message` and returns
+// false.
+bool WriteChecked(std::FILE* out, std::string_view text, const char* message);
+
 class RunnerFiles {
  public:
   // Opens "/tmp/req/<name>.req" for reading, then creates or truncates

@@ -14,6 +14,7 @@
 
 #include "fipsval.h"
 #include "host/core/cavp_tree.h"
+#include "host/core/drbg_standin.h"
 #include "host/core/host_settings.h"
 #include "host/core/integrity.h"
 #include "host/core/suite_catalog.h"
@@ -422,10 +423,11 @@ int PrintHelp(const std::vector<std::string>& args) {
       "\nfixed paths used by the library: /tmp/req (requests), /tmp/resp\n"
       "(responses, entropy_samples), /data/etc/katfail (forced failure marker),\n"
       "/dev/urandom (random device; CTR_DRBG tests are sent to it by ioctl).\n"
+      "CTR_DRBG tests on this machine: %s\n"
       "\nexit status: 0 success; 1 a test or check failed, or a run could not be\n"
       "completed; 2 usage error; 3 the library put the host into its error mode.\n"
       "`fipsval help COMMAND` describes a command.\n",
-      Settings().data_dir.c_str());
+      Settings().data_dir.c_str(), fipsval::DrbgBackendDescription());
   return kOk;
 }
 
