@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 
+#include "harness/openssl_ptr.h"
 #include "harness/runners.h"
 #include "tests/support/test_env.h"
 
@@ -24,12 +25,7 @@ constexpr int kChain = 10000;
 constexpr int64_t kOperations =
     int64_t{std::size(kFiles)} * kSeedsPerFile * kRecords * kChain;
 
-struct CipherCtxFree {
-  void operator()(EVP_CIPHER_CTX* ctx) const noexcept {
-    EVP_CIPHER_CTX_free(ctx);
-  }
-};
-using EvpCipherCtx = std::unique_ptr<EVP_CIPHER_CTX, CipherCtxFree>;
+using EvpCipherCtx = fipsval::UniquePtr<EVP_CIPHER_CTX>;
 
 bool StageRequests() {
   fipsval::testing::ResetVectorDirs();

@@ -16,6 +16,7 @@
 #include <memory>
 #include <span>
 
+#include "harness/openssl_ptr.h"
 #include "fipsval.h"
 #include "selftest/selftest.h"
 #include "selftest/vectors.h"
@@ -23,22 +24,10 @@
 namespace fipsval {
 namespace {
 
-struct CipherCtxFree {
-  void operator()(EVP_CIPHER_CTX* ctx) const noexcept { EVP_CIPHER_CTX_free(ctx); }
-};
-struct HmacCtxFree {
-  void operator()(HMAC_CTX* ctx) const noexcept { HMAC_CTX_free(ctx); }
-};
-struct RsaFree {
-  void operator()(RSA* rsa) const noexcept { RSA_free(rsa); }
-};
-struct BignumFree {
-  void operator()(BIGNUM* bn) const noexcept { BN_free(bn); }
-};
-using EvpCipherCtx = std::unique_ptr<EVP_CIPHER_CTX, CipherCtxFree>;
-using HmacCtx = std::unique_ptr<HMAC_CTX, HmacCtxFree>;
-using RsaKey = std::unique_ptr<RSA, RsaFree>;
-using Bignum = std::unique_ptr<BIGNUM, BignumFree>;
+using EvpCipherCtx = UniquePtr<EVP_CIPHER_CTX>;
+using HmacCtx = UniquePtr<HMAC_CTX>;
+using RsaKey = UniquePtr<RSA>;
+using Bignum = UniquePtr<BIGNUM>;
 
 bool Equal(const uint8_t* actual, std::span<const uint8_t> expected) {
   return std::memcmp(actual, expected.data(), expected.size()) == 0;

@@ -12,26 +12,14 @@
 #include <memory>
 #include <string_view>
 
+#include "harness/openssl_ptr.h"
 #include "harness/runner_io.h"
 
 namespace fipsval {
 
-struct BnFree {
-  void operator()(BIGNUM* bn) const noexcept { BN_free(bn); }
-};
-struct BnCtxFree {
-  void operator()(BN_CTX* ctx) const noexcept { BN_CTX_free(ctx); }
-};
-struct RsaFree {
-  void operator()(RSA* rsa) const noexcept { RSA_free(rsa); }
-};
-struct OpensslStringFree {
-  void operator()(char* s) const noexcept { OPENSSL_free(s); }
-};
-using UniqueBignum = std::unique_ptr<BIGNUM, BnFree>;
-using UniqueBnCtx = std::unique_ptr<BN_CTX, BnCtxFree>;
-using UniqueRsa = std::unique_ptr<RSA, RsaFree>;
-using OpensslString = std::unique_ptr<char, OpensslStringFree>;
+using UniqueBignum = UniquePtr<BIGNUM>;
+using UniqueBnCtx = UniquePtr<BN_CTX>;
+using UniqueRsa = UniquePtr<RSA>;
 
 inline constexpr char kModulusTag[] = "[mod = ";
 

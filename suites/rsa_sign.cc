@@ -18,6 +18,7 @@
 #include <span>
 #include <string_view>
 
+#include "harness/openssl_ptr.h"
 #include "harness/runner_io.h"
 #include "harness/runners.h"
 #include "suites/rsa_common.h"
@@ -50,10 +51,7 @@ constexpr std::array<DigestLine, 4> kDigestLines = {{
     {"SHAAlg = SHA512", NID_sha512},
 }};
 
-struct MdCtxFree {
-  void operator()(EVP_MD_CTX* ctx) const noexcept { EVP_MD_CTX_free(ctx); }
-};
-using EvpMdCtx = std::unique_ptr<EVP_MD_CTX, MdCtxFree>;
+using EvpMdCtx = UniquePtr<EVP_MD_CTX>;
 
 // The digest NID a "SHAAlg = ..." line selects, or 0 for any other line.
 int digest_nid(const char* line) {

@@ -1,6 +1,7 @@
 // TDES CBC runners: the known-answer and multi-block-message files, and the
 // Monte Carlo files. OpenSSL's EVP_des_ede3_cbc is the only engine; there is
 // no second implementation to compare with.
+#include "harness/openssl_ptr.h"
 #include "suites/tdes.h"
 
 #include <openssl/crypto.h>
@@ -35,12 +36,7 @@ using DesBlock = std::array<uint8_t, kDesBlock>;
 using DesKeys = std::array<DesBlock, 3>;
 using DataBuffer = std::array<uint8_t, kDataSize>;
 
-struct CipherCtxFree {
-  void operator()(EVP_CIPHER_CTX* ctx) const noexcept {
-    EVP_CIPHER_CTX_free(ctx);
-  }
-};
-using EvpCipherCtx = std::unique_ptr<EVP_CIPHER_CTX, CipherCtxFree>;
+using EvpCipherCtx = UniquePtr<EVP_CIPHER_CTX>;
 
 enum class Direction { kEncrypt, kDecrypt };
 

@@ -7,13 +7,12 @@
 #include <cstring>
 #include <memory>
 
+#include "harness/runner_io.h"
+
 namespace fipsval::host {
 namespace {
 
-struct FileCloser {
-  void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
+using File = fipsval::UniqueFile;
 
 bool Fail(std::string* error, const std::string& what, const std::string& path) {
   *error = what + " " + path + ": " + std::strerror(errno);

@@ -16,21 +16,14 @@
 #include <string_view>
 #include <vector>
 
+#include "harness/openssl_ptr.h"
+
 namespace fipsval::host {
 namespace {
 
-struct BnFree {
-  void operator()(BIGNUM* bn) const noexcept { BN_free(bn); }
-};
-struct BnCtxFree {
-  void operator()(BN_CTX* ctx) const noexcept { BN_CTX_free(ctx); }
-};
-struct RsaFree {
-  void operator()(RSA* rsa) const noexcept { RSA_free(rsa); }
-};
-using Bignum = std::unique_ptr<BIGNUM, BnFree>;
-using BnCtx = std::unique_ptr<BN_CTX, BnCtxFree>;
-using Rsa = std::unique_ptr<RSA, RsaFree>;
+using Bignum = UniquePtr<BIGNUM>;
+using BnCtx = UniquePtr<BN_CTX>;
+using Rsa = UniquePtr<RSA>;
 
 std::optional<std::string> ReadText(const std::string& path) {
   std::ifstream in(path, std::ios::binary);

@@ -3,11 +3,21 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
 
 namespace fipsval::testing {
+
+// Lower-case hex of bytes, as the runners write it.
+std::string Hex(std::span<const uint8_t> bytes);
+
+// True when text equals one of the options. A short write can hit any of a
+// runner's writes, depending on where the stdio buffer happens to be flushed.
+bool OneOf(const std::string& text, std::initializer_list<const char*> options);
 
 // Turns "\n" line ends into the CR LF of CAVP files.
 std::string Crlf(std::string_view text);

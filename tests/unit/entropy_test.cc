@@ -14,16 +14,6 @@
 namespace fipsval::testing {
 namespace {
 
-// A short write can hit any of a runner's writes, depending on where the
-// stdio buffer happens to be flushed.
-bool OneOf(const std::string& text,
-           std::initializer_list<const char*> options) {
-  for (const char* option : options) {
-    if (text == option) return true;
-  }
-  return false;
-}
-
 const char kPath[] = "/tmp/resp/entropy_samples";
 
 struct Result {

@@ -15,16 +15,6 @@
 namespace fipsval::testing {
 namespace {
 
-// A short write can hit any of a runner's writes, depending on where the
-// stdio buffer happens to be flushed.
-bool OneOf(const std::string& text,
-           std::initializer_list<const char*> options) {
-  for (const char* option : options) {
-    if (text == option) return true;
-  }
-  return false;
-}
-
 // RFC 2202 / RFC 4231 test case 1: key 0x0b x 20, message "Hi There".
 const std::string kKeyHex = "0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b";
 const std::string kMsgHex = "4869205468657265";

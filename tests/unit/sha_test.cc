@@ -17,16 +17,6 @@
 namespace fipsval::testing {
 namespace {
 
-// A short write can hit any of a runner's writes, depending on where the
-// stdio buffer happens to be flushed.
-bool OneOf(const std::string& text,
-           std::initializer_list<const char*> options) {
-  for (const char* option : options) {
-    if (text == option) return true;
-  }
-  return false;
-}
-
 struct Family {
   const char* name;
   void (*messages)(const char*);

@@ -19,13 +19,6 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-std::string Hex(const Bytes& b) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string s;
-  for (uint8_t x : b) s += {kDigits[x >> 4], kDigits[x & 15]};
-  return s;
-}
-
 struct TlsCase {
   Bytes pre_master, server_hello, client_hello, server_random, client_random;
 };
