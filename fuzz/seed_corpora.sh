@@ -1,21 +1,21 @@
 #!/bin/sh
-# seed_corpora.sh BUILD_DIR CAVP_DIR
+# seed_corpora.sh BUILD_DIR CAVP_DIR [CORPORA_DIR]
 #
-# Fills BUILD_DIR/fuzz-corpora/<target>/ with seed inputs for each fuzz
+# Fills CORPORA_DIR/<target>/ (default BUILD_DIR/fuzz-corpora) with seed inputs for each fuzz
 # target: the request files of CAVP_DIR (NIST's vectors, never copied into
 # the source tree) and of the project's own samples/ and vectors/, each cut
 # to its first few KB. A runner target's input starts with one byte that
 # selects the runner of its family, so each seed gets that byte in front.
 # Inputs that fuzzing has added to a corpus before are kept.
 set -eu
-if [ $# -ne 2 ]; then
-  echo "usage: $0 BUILD_DIR CAVP_DIR" >&2
+if [ $# -lt 2 ] || [ $# -gt 3 ]; then
+  echo "usage: $0 BUILD_DIR CAVP_DIR [CORPORA_DIR]" >&2
   exit 2
 fi
 build=$1
 cavp=$2
+corpora=${3:-$build/fuzz-corpora}
 src=$(cd "$(dirname "$0")/.." && pwd)
-corpora=$build/fuzz-corpora
 cut_bytes=4096
 
 # Prints the target and runner byte that a request file seeds.

@@ -3,8 +3,10 @@
 #
 # A short run of every fuzz target, for CI. Builds nothing: BUILD_DIR is a
 # tree configured with -DFIPSVAL_BUILD_FUZZ=ON and built (fuzz_targets).
-# Seeds the corpora (seed_corpora.sh), then runs each target for
-# FUZZ_SECONDS seconds (default 20) inside sandbox_run, one after another.
+# Seeds fresh corpora (seed_corpora.sh into BUILD_DIR/fuzz-smoke-corpora, so
+# that the run's cost does not grow with earlier runs' finds), then runs each
+# target for FUZZ_SECONDS seconds (default 20) inside sandbox_run, one after
+# another.
 # Exits non-zero when any target reports a crash, a sanitizer error, a
 # timeout or running out of memory; the reproducer is left in
 # BUILD_DIR/fuzz-artifacts and the log in BUILD_DIR/fuzz-logs.
@@ -40,7 +42,9 @@ elif [ $status -ne 0 ]; then
   exit 1
 fi
 
-"$src/fuzz/seed_corpora.sh" "$build" "$cavp"
+corpora=$build/fuzz-smoke-corpora
+rm -rf "$corpora"
+"$src/fuzz/seed_corpora.sh" "$build" "$cavp" "$corpora"
 # From inside the build tree: sandbox_run keeps the working directory
 # visible even when it lies under /tmp.
 cd "$build"
@@ -59,7 +63,7 @@ for t in $targets; do
   "$sandbox" "$build/fuzz/$t" -max_total_time="$seconds" -timeout=10 \
     -rss_limit_mb=2048 -max_len=$max_len -error_exitcode=1 \
     -timeout_exitcode=2 -artifact_prefix="$build/fuzz-artifacts/$t-" \
-    -print_final_stats=1 "$build/fuzz-corpora/$t" >"$log" 2>&1
+    -print_final_stats=1 "$corpora/$t" >"$log" 2>&1
   status=$?
   set -e
   summary=$(grep -E '^#[0-9]+[[:space:]]+DONE' "$log" | tail -n 1)
