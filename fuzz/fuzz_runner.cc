@@ -1,7 +1,6 @@
 #include "fuzz/fuzz_runner.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
