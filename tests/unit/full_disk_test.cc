@@ -41,7 +41,7 @@ const Case kCases[] = {
 
 // NIST's tree, or the project's own vectors for the requests it lacks.
 fs::path FindRequest(const Case& c) {
-  for (const fs::path tree : {fs::path(FIPSVAL_CAVP_DIR),
+  for (const fs::path& tree : {fs::path(FIPSVAL_CAVP_DIR),
                               fs::path(FIPSVAL_SOURCE_DIR) / "vectors",
                               fs::path(FIPSVAL_SOURCE_DIR) / "samples"}) {
     const fs::path request = tree / c.dir / "req" / (std::string(c.name) + ".req");

@@ -6,7 +6,6 @@
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 
-#include <cstdarg>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -16,16 +15,6 @@
 #include "host/core/drbg_standin.h"
 #include "suites/rbg_params.h"
 #include "tests/support/test_env.h"
-
-// The host program's interposer, so that the library's ioctl reaches the
-// stand-in.
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-  va_list args;
-  va_start(args, request);
-  void* const arg = va_arg(args, void*);
-  va_end(args);
-  return fipsval::InterposedIoctl(fd, request, arg);
-}
 
 namespace fipsval::testing {
 namespace {
