@@ -1,23 +1,12 @@
 // The CTR_DRBG runner on hostile request files. Its ioctl on /dev/urandom
 // reaches the host program's user-space stand-in of the driver where the
-// kernel does not answer it, as in the unit tests. The first byte is
-// ignored (one runner), so that the seeds share the other targets' layout.
-#include <cstdarg>
+// kernel does not answer it: the target links the host's ioctl interposer,
+// as the unit tests do. The first byte is ignored (one runner), so that the
+// seeds share the other targets' layout.
 #include <cstdint>
 
 #include "fuzz/fuzz_runner.h"
 #include "harness/runners.h"
-#include "host/core/drbg_standin.h"
-
-// The host program's interposer, so that the library's ioctl reaches the
-// stand-in.
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-  va_list args;
-  va_start(args, request);
-  void* const arg = va_arg(args, void*);
-  va_end(args);
-  return fipsval::InterposedIoctl(fd, request, arg);
-}
 
 namespace {
 

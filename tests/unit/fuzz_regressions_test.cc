@@ -7,25 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
-#include <cstdarg>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "fipsval.h"
 #include "harness/runners.h"
-#include "host/core/drbg_standin.h"
 #include "tests/support/test_env.h"
-
-// The host program's interposer, so that the CTR_DRBG runner's ioctl reaches
-// the stand-in where the kernel does not answer it.
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-  va_list args;
-  va_start(args, request);
-  void* const arg = va_arg(args, void*);
-  va_end(args);
-  return fipsval::InterposedIoctl(fd, request, arg);
-}
 
 namespace fipsval::testing {
 namespace {
