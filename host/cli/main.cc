@@ -1,335 +1,27 @@
 // fipsval: the reference host program. It loads the library, provides the
 // host callbacks, and runs each of the library's features from a shell.
-#include <unistd.h>
-
-#include <cerrno>
-#include <charconv>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "fipsval.h"
-#include "host/core/cavp_tree.h"
+#include "host/cli/cli.h"
 #include "host/core/drbg_standin.h"
 #include "host/core/host_settings.h"
-#include "host/core/integrity.h"
 #include "host/core/suite_catalog.h"
-#include "host/core/verify.h"
 
 namespace fipsval::host {
 namespace {
-
-namespace fs = std::filesystem;
-
-constexpr int kOk = 0;
-constexpr int kFailed = 1;
-constexpr int kUsage = 2;
-constexpr int kErrorMode = 3;
-
-constexpr char kMarkerFile[] = "/data/etc/katfail";
 
 struct Command {
   const char* name;
   const char* synopsis;
   const char* help;
-  int (*run)(const std::vector<std::string>& args);
+  int (*run)(const Args& args);
 };
 
-int Usage(const std::string& message, const std::string& detail = "") {
-  std::fprintf(stderr, "fipsval: %s%s (see fipsval --help)\n",
-               message.c_str(), detail.c_str());
-  return kUsage;
-}
-
-// The exit status after a library call: the error mode wins.
-int Finish(int status) {
-  std::fflush(stdout);
-  if (ErrorMode().entered) {
-    std::fprintf(stderr, "fipsval: error mode entered (code %d): %s\n",
-                 ErrorMode().code, ErrorMode().text.c_str());
-    return kErrorMode;
-  }
-  return status;
-}
-
-bool ParseInt(std::string_view text, int* out) {
-  const auto [end, ec] =
-      std::from_chars(text.data(), text.data() + text.size(), *out);
-  return ec == std::errc() && end == text.data() + text.size();
-}
-
-// ---------------------------------------------------------------------------
-// selftest, check-config, update-config, kat
-
-int RunSelftest(const std::vector<std::string>& args) {
-  std::string force;
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--force" && i + 1 < args.size()) {
-      force = args[++i];
-    } else {
-      return Usage("selftest: unexpected argument ", args[i]);
-    }
-  }
-  if (!force.empty()) {
-    std::error_code ec;
-    fs::create_directories(fs::path(kMarkerFile).parent_path(), ec);
-    std::FILE* marker = std::fopen(kMarkerFile, "w");
-    if (!marker || std::fwrite(force.data(), 1, force.size(), marker) !=
-                       force.size()) {
-      std::fprintf(stderr, "fipsval: cannot write %s: %s\n", kMarkerFile,
-                   std::strerror(errno));
-      if (marker) std::fclose(marker);
-      return kFailed;
-    }
-    std::fclose(marker);
-  }
-  const int mask = fips_self_tests();
-  std::fflush(stdout);
-  if (mask != 0) {
-    std::fprintf(stderr, "fipsval: self-test failure mask %d\n", mask);
-  }
-  return Finish(mask == 0 ? kOk : kFailed);
-}
-
-int RunCheckConfig(const std::vector<std::string>& args) {
-  int mode = 2;
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--mode" && i + 1 < args.size()) {
-      if (!ParseInt(args[++i], &mode)) {
-        return Usage("check-config: --mode takes a number, not ", args[i]);
-      }
-    } else {
-      return Usage("check-config: unexpected argument ", args[i]);
-    }
-  }
-  const int result = fips_check_config(mode);
-  if (result == 0) std::fprintf(stderr, "fipsval: configuration intact\n");
-  return Finish(result == 0 ? kOk : kFailed);
-}
-
-int RunUpdateConfig(const std::vector<std::string>& args) {
-  if (!args.empty()) return Usage("update-config: unexpected argument ", args[0]);
-  fips_update_config();
-  if (!is_fips_cc_enabled()) {
-    std::fprintf(stderr, "fipsval: FIPS-CC mode is off: nothing hashed\n");
-    return Finish(kOk);
-  }
-  // The library ignores the callback's result: check what it stored.
-  Sha256 actual{}, stored{};
-  std::string error;
-  if (!DigestFile(Settings().config, &actual, &error) ||
-      !ReadStoredDigest(Settings().config_digest, &stored, &error) ||
-      actual != stored) {
-    return Finish(kFailed);
-  }
-  std::fprintf(stderr, "fipsval: stored the SHA-256 of %s in %s\n",
-               Settings().config.c_str(), Settings().config_digest.c_str());
-  return Finish(kOk);
-}
-
-int RunKat(const std::vector<std::string>& args) {
-  struct Kat {
-    const char* name;
-    int (*test)(int);
-  };
-  static constexpr Kat kKats[] = {
-      {"aes", fips_kat_aes_test},           {"sha1-hmac", fips_kat_sha1_test},
-      {"sha256-hmac", fips_kat_sha256_test}, {"3des", fips_kat_3des_test},
-      {"rsa", fips_kat_rsa_test},           {"native-aes", fips_aes_test},
-  };
-  bool force = false;
-  std::vector<const Kat*> chosen;
-  for (const std::string& arg : args) {
-    if (arg == "--force") {
-      force = true;
-      continue;
-    }
-    const Kat* found = nullptr;
-    for (const Kat& kat : kKats) {
-      if (arg == kat.name || arg == "all") {
-        chosen.push_back(&kat);
-        found = &kat;
-      }
-    }
-    if (!found) return Usage("kat: unknown test ", arg);
-  }
-  if (chosen.empty()) return Usage("kat: name a test");
-  bool all_passed = true;
-  for (const Kat* kat : chosen) {
-    const int result = kat->test(force ? 1 : 0);
-    std::fflush(stdout);
-    std::fprintf(stderr, "%-12s %s\n", kat->name, result == 1 ? "passed" : "failed");
-    all_passed &= result == 1;
-  }
-  return Finish(all_passed ? kOk : kFailed);
-}
-
-// ---------------------------------------------------------------------------
-// entropy
-
-int RunEntropy(const std::vector<std::string>& args) {
-  int count = 0;
-  if (args.size() != 1 || !ParseInt(args[0], &count)) {
-    return Usage("entropy: give the number of samples, e.g. fipsval entropy 1000");
-  }
-  std::error_code ec;
-  fs::create_directories("/tmp/resp", ec);
-  const int result = fips_tv_get_drbg_entropy_source(count);
-  std::fflush(stdout);
-  if (result < 0) {
-    std::fprintf(stderr, "fipsval: entropy export failed (%d)\n", result);
-    return Finish(kFailed);
-  }
-  std::fprintf(stderr, "fipsval: %d samples of 640 bytes in /tmp/resp/entropy_samples\n",
-               count);
-  return Finish(kOk);
-}
-
-// ---------------------------------------------------------------------------
-// run, verify, list
-
-struct SuiteSelection {
-  std::vector<const fips_tv*> suites;
-  std::vector<std::string> rest;
-  int error = kOk;
-};
-
-// Parses --list NAME and --suite NAME (repeatable); keeps other arguments.
-SuiteSelection SelectSuites(const std::vector<std::string>& args,
-                            const char* command) {
-  SuiteSelection s;
-  bool chosen = false;
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    const std::string& arg = args[i];
-    if ((arg == "--list" || arg == "--suite") && i + 1 == args.size()) {
-      s.error = Usage(std::string(command) + ": " + arg + " needs a name");
-      return s;
-    }
-    if (arg == "--list") {
-      const auto list = SuitesOfList(args[++i]);
-      if (list.empty()) {
-        s.error = Usage("unknown list (use ops, ssl, rbg, wf or all): ", args[i]);
-        return s;
-      }
-      s.suites.insert(s.suites.end(), list.begin(), list.end());
-      chosen = true;
-    } else if (arg == "--suite") {
-      const fips_tv* suite = FindSuite(args[++i]);
-      if (!suite) {
-        s.error = Usage("unknown suite (one of " +
-                            std::string(SuiteNamesForHelp()) + "): ",
-                        args[i]);
-        return s;
-      }
-      s.suites.push_back(suite);
-      chosen = true;
-    } else {
-      s.rest.push_back(arg);
-    }
-  }
-  if (!chosen) s.suites = AllSuites();
-  return s;
-}
-
-std::string SamplesWorkTree() { return Settings().data_dir + "/sample-run"; }
-
-// Copies the bundled sample requests into a fresh working tree.
-bool PrepareSampleTree(std::string* tree) {
-  const fs::path samples = FIPSVAL_SAMPLES_DIR;
-  std::error_code ec;
-  if (!fs::is_directory(samples, ec)) {
-    std::fprintf(stderr, "fipsval: the bundled samples are missing (%s)\n",
-                 samples.c_str());
-    return false;
-  }
-  *tree = SamplesWorkTree();
-  fs::remove_all(*tree, ec);
-  fs::create_directories(*tree, ec);
-  if (!ec) fs::copy(samples, *tree, fs::copy_options::recursive, ec);
-  if (ec) {
-    std::fprintf(stderr, "fipsval: cannot prepare %s: %s\n", tree->c_str(),
-                 ec.message().c_str());
-    return false;
-  }
-  return true;
-}
-
-int RunRun(const std::vector<std::string>& args) {
-  SuiteSelection s = SelectSuites(args, "run");
-  if (s.error) return s.error;
-  bool samples = false;
-  RunOptions options;
-  options.suites = s.suites;
-  options.progress = isatty(STDERR_FILENO);
-  if (s.rest.size() > 1 || (s.rest.size() == 1 && s.rest[0].starts_with("-"))) {
-    return Usage("run: unexpected argument ", s.rest.back());
-  }
-  if (s.rest.empty()) {
-    if (!PrepareSampleTree(&options.tree)) return kFailed;
-    samples = true;
-  } else {
-    options.tree = s.rest[0];
-  }
-  const int status = RunTree(options);
-  if (status != kOk) return Finish(status);
-  std::fprintf(stderr, "fipsval: responses are in %s/<DIR>/resp\n",
-               options.tree.c_str());
-  if (samples) {
-    VerifyOptions verify{options.tree, options.suites, false, false};
-    const VerifyTally tally = VerifyTree(verify, stdout);
-    return Finish(tally.failed == 0 ? kOk : kFailed);
-  }
-  return Finish(kOk);
-}
-
-int RunVerify(const std::vector<std::string>& args) {
-  SuiteSelection s = SelectSuites(args, "verify");
-  if (s.error) return s.error;
-  VerifyOptions options;
-  options.suites = s.suites;
-  std::vector<std::string> trees;
-  for (const std::string& arg : s.rest) {
-    if (arg == "--strict") {
-      options.strict = true;
-    } else if (arg == "--partial") {
-      options.partial = true;
-    } else if (arg.starts_with("-")) {
-      return Usage("verify: unknown option ", arg);
-    } else {
-      trees.push_back(arg);
-    }
-  }
-  if (trees.size() != 1) return Usage("verify: give one CAVP tree");
-  options.tree = trees[0];
-  std::error_code ec;
-  if (!fs::is_directory(options.tree, ec)) {
-    std::fprintf(stderr, "fipsval: %s is not a directory\n", options.tree.c_str());
-    return kFailed;
-  }
-  const VerifyTally tally = VerifyTree(options, stdout);
-  return tally.failed == 0 ? kOk : kFailed;
-}
-
-int RunList(const std::vector<std::string>& args) {
-  if (!args.empty()) return Usage("list: unexpected argument ", args[0]);
-  for (const fips_tv* suite : AllSuites()) {
-    std::printf("%-12s %-12s", suite->name, suite->dir);
-    for (const char* const* name = suite->get_filenames(); *name; ++name) {
-      std::printf(" %s", *name);
-    }
-    std::printf("\n");
-  }
-  std::printf("lists: ops, ssl, rbg, wf, all\n");
-  return kOk;
-}
-
-// ---------------------------------------------------------------------------
-
-int PrintHelp(const std::vector<std::string>& args);
+int PrintHelp(const Args& args);
 
 const Command kCommands[] = {
     {"selftest", "selftest [--force NAME]",
@@ -395,7 +87,7 @@ const Command* FindCommand(std::string_view name) {
   return nullptr;
 }
 
-int PrintHelp(const std::vector<std::string>& args) {
+int PrintHelp(const Args& args) {
   if (!args.empty()) {
     const Command* c = FindCommand(args[0]);
     if (!c) return Usage("unknown command ", args[0]);

@@ -19,6 +19,7 @@ struct HostSettings {
   std::string error_mode_file;  // fips_goto_error_mode records here
   bool fips_cc = true;
   EntropySource entropy = EntropySource::kUrandom;
+  int verbosity = 1;  // 0: verdicts and errors only (-q); 1: normal; 2: -v
 };
 
 struct ErrorModeRecord {

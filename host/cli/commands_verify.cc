@@ -1,0 +1,42 @@
+// The verify command.
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "host/cli/cli.h"
+#include "host/core/verify.h"
+
+namespace fipsval::host {
+
+namespace fs = std::filesystem;
+
+int RunVerify(const Args& args) {
+  SuiteSelection s = SelectSuites(args, "verify");
+  if (s.error) return s.error;
+  VerifyOptions options;
+  options.suites = s.suites;
+  std::vector<std::string> trees;
+  for (const std::string& arg : s.rest) {
+    if (arg == "--strict") {
+      options.strict = true;
+    } else if (arg == "--partial") {
+      options.partial = true;
+    } else if (arg.starts_with("-")) {
+      return Usage("verify: unknown option ", arg);
+    } else {
+      trees.push_back(arg);
+    }
+  }
+  if (trees.size() != 1) return Usage("verify: give one CAVP tree");
+  options.tree = trees[0];
+  std::error_code ec;
+  if (!fs::is_directory(options.tree, ec)) {
+    std::fprintf(stderr, "fipsval: %s is not a directory\n", options.tree.c_str());
+    return kFailed;
+  }
+  const VerifyTally tally = VerifyTree(options, stdout);
+  return tally.failed == 0 ? kOk : kFailed;
+}
+
+}  // namespace fipsval::host
