@@ -3,47 +3,13 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <string_view>
 
 #include "fipsval.h"
+#include "selftest/registry.h"
 #include "selftest/selftest.h"
 
 namespace fipsval {
 namespace {
-
-struct SelfTest {
-  std::string_view label;  // printed before the test runs, without newline
-  int (*run)(int force);
-  uint32_t bit;
-};
-
-// Labels are padded to 46 characters so that the results line up. The host
-// callbacks are reached through thunks rather than by address, so that
-// loading the library does not need them resolved: a host that only runs the
-// test-vector suites may leave them out.
-constexpr std::array<SelfTest, 8> kSelfTests{{
-    {"Running Configuration Integrity test...       ",
-     [](int force) { return fips_check_vpn_cfg(force); }, FIPS_ST_CONFIG},
-    {"Running AES test...                           ", fips_kat_aes_test, FIPS_ST_AES},
-    {"Running SHA1 HMAC test...                     ", fips_kat_sha1_test,
-     FIPS_ST_HMAC_SHA1},
-    {"Running SHA256 HMAC test...                   ", fips_kat_sha256_test,
-     FIPS_ST_HMAC_SHA256},
-    {"Running 3DES test...                          ", fips_kat_3des_test, FIPS_ST_TDES},
-    {"Running RSA test...                           ", fips_kat_rsa_test, FIPS_ST_RSA},
-    {"Running Firmware integrity test...            ",
-     [](int force) { return fips_check_firmware(force); }, FIPS_ST_FIRMWARE},
-    {"Running RNG test...                           ",
-     [](int force) { return fips_rng_test(force); }, FIPS_ST_RNG},
-}};
-
-constexpr bool LabelsAligned() {
-  for (const SelfTest& t : kSelfTests) {
-    if (t.label.size() != 46) return false;
-  }
-  return true;
-}
-static_assert(LabelsAligned());
 
 constexpr char kConfigFailure[] = "Configuration Integrity check failed";
 constexpr int kSelfTestErrorMode = -3;
@@ -55,7 +21,7 @@ uint32_t do_self_tests() {
   const uint32_t force = static_cast<uint32_t>(fips_check_fail());
   uint32_t mask = 0;
   std::puts("\nFIPS-CC mode: Starting self-tests.");
-  for (const SelfTest& t : kSelfTests) {
+  for (const selftest::SelfTest& t : selftest::kSelfTests) {
     std::fwrite(t.label.data(), 1, t.label.size(), stdout);
     // Each test sees only its own bit: 0, or the bit's value.
     const bool passed = t.run(static_cast<int>(force & t.bit)) >= 1;

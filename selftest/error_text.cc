@@ -1,36 +1,23 @@
 // The error text handed to the host after a failed self-test run.
-#include <array>
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "fipsval.h"
+#include "selftest/registry.h"
 #include "selftest/selftest.h"
 
 namespace fipsval {
 namespace {
 
-struct ErrorMessage {
-  uint32_t bit;
-  const char* text;
-};
-
-// Walked in this order, which is neither the order of the tests nor that of
-// the bits; the order of the error text is kept as it is on purpose.
-constexpr std::array<ErrorMessage, 8> kErrorMessages{{
-    {FIPS_ST_FIRMWARE, "Firmware integrity test failed"},
-    {FIPS_ST_AES, "AES self-test failed"},
-    {FIPS_ST_HMAC_SHA1, "SHA1 HMAC self-test failed"},
-    {FIPS_ST_HMAC_SHA256, "SHA256 HMAC self-test failed"},
-    {FIPS_ST_TDES, "3DES self-test failed"},
-    {FIPS_ST_RSA, "RSA self-test failed"},
-    {FIPS_ST_RNG, "RNG self-test failed"},
-    {FIPS_ST_CONFIG, "Configuration Integrity test failed"},
-}};
-
 // Appends as much of text as fits in size - 1 characters in all.
-void Append(char* buffer, std::size_t size, const char* text) {
-  std::strncat(buffer, text, size - 1 - std::strlen(buffer));
+void Append(char* buffer, std::size_t size, std::string_view text) {
+  const std::size_t length = std::strlen(buffer);
+  const std::size_t n = std::min(text.size(), size - 1 - length);
+  std::memcpy(buffer + length, text.data(), n);
+  buffer[length + n] = '\0';
 }
 
 }  // namespace
@@ -39,10 +26,12 @@ void get_self_test_errstr(uint32_t mask, char* buffer, std::size_t size) {
   if (size == 0) return;
   std::snprintf(buffer, size, "FIPS error: ");
   bool first = true;
-  for (const ErrorMessage& m : kErrorMessages) {
-    if (!(mask & m.bit)) continue;
+  // The messages' order is neither that of the tests nor that of the bits;
+  // it is kept as it is on purpose.
+  for (const selftest::SelfTest* t : selftest::kErrorTextOrder) {
+    if (!(mask & t->bit)) continue;
     if (!first) Append(buffer, size, ", ");
-    Append(buffer, size, m.text);
+    Append(buffer, size, t->error_text);
     first = false;
   }
 }
