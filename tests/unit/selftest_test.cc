@@ -158,46 +158,30 @@ TEST_F(SelfTests, HostDecidesTheOutcomeOfItsOwnTests) {
 // ---------------------------------------------------------------------------
 // The marker file.
 
-TEST_F(SelfTests, MarkerWithNewlineForcesNothingButIsDeleted) {
-  WriteFile(kMarker, "RSA\n");
-  const RunResult r = RunSelfTests();
-  EXPECT_EQ(r.mask, 0);
-  EXPECT_EQ(r.out, "\nForcing failure of RSA\n\n" + ExpectedRun(0));
-  EXPECT_FALSE(FileExists(kMarker));
-}
-
-TEST_F(SelfTests, EmptyMarkerIsSilentAndDeleted) {
-  WriteFile(kMarker, "");
-  const RunResult r = RunSelfTests();
-  EXPECT_EQ(r.mask, 0);
-  EXPECT_EQ(r.out, ExpectedRun(0));
-  EXPECT_FALSE(FileExists(kMarker));
-}
-
-TEST_F(SelfTests, MarkerMustHoldExactlyOneName) {
-  for (const char* content : {"AESx", "AE", "AES ", "aes", " AES", "RSA\nAES", "SHA1",
-                              "Firmware", "Configuration\r\n"}) {
-    WriteFile(kMarker, content);
+// The first line must be exactly a name (its newline takes part); the
+// marker is deleted whatever it holds. No marker is the quiet case.
+TEST_F(SelfTests, MarkerLineMustBeExactlyOneNameAndIsDeleted) {
+  const std::string long_line(200, 'A');
+  const struct {
+    std::string content;
+    int bit;
+    std::string printed;  // after "Forcing failure of "
+  } cases[] = {
+      {"RSA", 16, "RSA"}, {"", 0, ""}, {"RSA\n", 0, "RSA\n"}, {"RSA\nAES", 0, "RSA\n"},
+      {"Configuration\r\n", 0, "Configuration\r\n"}, {long_line, 0, long_line.substr(0, 63)},
+      {"AESx", 0, "AESx"}, {"AE", 0, "AE"}, {"AES ", 0, "AES "}, {" AES", 0, " AES"},
+      {"aes", 0, "aes"}, {"SHA1", 0, "SHA1"}, {"Firmware", 0, "Firmware"},
+  };
+  for (const auto& c : cases) {
+    WriteFile(kMarker, c.content);
     const CheckResult r = CheckFail();
-    EXPECT_EQ(r.bit, 0) << content;
-    EXPECT_EQ(r.out.rfind("\nForcing failure of ", 0), 0u) << content;
-    EXPECT_FALSE(FileExists(kMarker)) << content;
+    EXPECT_EQ(r.bit, c.bit) << c.content;
+    EXPECT_EQ(r.out, c.printed.empty() ? "" : "\nForcing failure of " + c.printed + "\n");
+    EXPECT_FALSE(FileExists(kMarker)) << c.content;
   }
-}
-
-TEST_F(SelfTests, MissingMarkerIsTheQuietCase) {
-  const CheckResult r = CheckFail();
-  EXPECT_EQ(r.bit, 0);
-  EXPECT_EQ(r.out, "");
-}
-
-TEST_F(SelfTests, LongMarkerLineIsReadUpTo63Characters) {
-  const std::string line(200, 'A');
-  WriteFile(kMarker, line);
-  const CheckResult r = CheckFail();
-  EXPECT_EQ(r.bit, 0);
-  EXPECT_EQ(r.out, "\nForcing failure of " + line.substr(0, 63) + "\n");
-  EXPECT_FALSE(FileExists(kMarker));
+  const CheckResult missing = CheckFail();
+  EXPECT_EQ(missing.bit, 0);
+  EXPECT_EQ(missing.out, "");
 }
 
 // Only a regular file of its own is read: anything else at the path is
@@ -325,35 +309,27 @@ TEST(ErrorText, NeverExceedsTheGivenSize) {
 // ---------------------------------------------------------------------------
 // Configuration checks outside the start-up run.
 
-TEST_F(SelfTests, CheckConfigPassesOnlyOnExactlyOne) {
-  EXPECT_EQ(fips_check_config(1), 0);
-  EXPECT_EQ(Host().vpn_cfg_args, std::vector<int>{0});
-  EXPECT_TRUE(Host().error_modes.empty());
-  EXPECT_TRUE(Host().messages.empty());
-
-  // 2 passes the start-up run but not this check.
-  Host().vpn_cfg_result = 2;
-  EXPECT_EQ(RunSelfTests().mask, 0);
-  std::string out = CaptureStdout([] { EXPECT_EQ(fips_check_config(0), -1); });
-  EXPECT_EQ(out, "");
-  EXPECT_EQ(Host().error_modes, (ErrorModes{{-4, "configuration"}}));
-}
-
-TEST_F(SelfTests, CheckConfigReportsByMode) {
+// Only a result of exactly 1 passes here (2 passes the start-up run); a
+// failure is reported as the mode says, and enters the error mode.
+TEST_F(SelfTests, CheckConfigPassesOnlyOnExactlyOneAndReportsByMode) {
   const std::string report = "\nConfiguration Integrity check failed\n";
   struct Case {
-    int mode;
+    int host_result, mode, result;
     std::string printed;
     std::vector<std::string> host_messages;
   };
-  for (const Case& c : {Case{1, "", {report}}, Case{2, report, {}}, Case{0, "", {}},
-                        Case{3, "", {}}, Case{-1, "", {}}}) {
+  for (const Case& c : {Case{1, 1, 0, "", {}}, Case{2, 2, -1, report, {}},
+                        Case{0, 1, -1, "", {report}}, Case{0, 0, -1, "", {}},
+                        Case{0, 3, -1, "", {}}, Case{0, -1, -1, "", {}}}) {
     ResetHost();
-    Host().vpn_cfg_result = 0;
-    const std::string out = CaptureStdout([&] { EXPECT_EQ(fips_check_config(c.mode), -1); });
+    Host().vpn_cfg_result = c.host_result;
+    const std::string out =
+        CaptureStdout([&] { EXPECT_EQ(fips_check_config(c.mode), c.result); });
     EXPECT_EQ(out, c.printed) << "mode " << c.mode;
     EXPECT_EQ(Host().messages, c.host_messages) << "mode " << c.mode;
-    EXPECT_EQ(Host().error_modes, (ErrorModes{{-4, "configuration"}})) << "mode " << c.mode;
+    EXPECT_EQ(Host().vpn_cfg_args, std::vector<int>{0});
+    EXPECT_EQ(Host().error_modes,
+              (c.result == 0 ? ErrorModes{} : ErrorModes{{-4, "configuration"}}));
   }
 }
 
