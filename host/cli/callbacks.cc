@@ -27,12 +27,13 @@ int fips_check_vpn_cfg(int force) {
 
 int fips_hash_vpn_cfg(int) {
   fipsval::host::Sha256 digest{};
-  std::string error;
-  if (!fipsval::host::DigestFile(Settings().config, &digest, &error) ||
+  fipsval::host::HashRecord& record = fipsval::host::LastConfigHash();
+  record = {true, ""};
+  if (!fipsval::host::DigestFile(Settings().config, &digest, &record.error) ||
       !fipsval::host::StoreDigest(Settings().config_digest, digest,
-                                  Settings().config, &error)) {
+                                  Settings().config, &record.error)) {
     std::fprintf(stderr, "fipsval: cannot hash the configuration: %s\n",
-                 error.c_str());
+                 record.error.c_str());
     return -1;
   }
   return 0;

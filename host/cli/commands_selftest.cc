@@ -1,9 +1,18 @@
 // The self-test commands: selftest, check-config, update-config, kat.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
+#include <iterator>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "fipsval.h"
 #include "host/cli/cli.h"
@@ -13,33 +22,125 @@
 namespace fipsval::host {
 namespace {
 
-namespace fs = std::filesystem;
-
+constexpr char kMarkerDir[] = "/data/etc";
 constexpr char kMarkerFile[] = "/data/etc/katfail";
+
+// The names the library accepts in the marker, exactly as written there.
+constexpr std::string_view kForceNames[] = {
+    "AES", "SHA1-HMAC", "SHA256-HMAC", "3DES", "RSA", "RNG", "Firmware-integrity",
+    "Configuration"};
+
+bool EqualIgnoringCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return std::tolower(static_cast<unsigned char>(x)) ==
+                  std::tolower(static_cast<unsigned char>(y));
+         });
+}
+
+// The name in quotes, control characters escaped, so that a message
+// quoting it stays one line.
+std::string Quoted(std::string_view name) {
+  std::string out = "\"";
+  for (const char c : name) {
+    const auto u = static_cast<unsigned char>(c);
+    if (c == '\n') {
+      out += "\\n";
+    } else if (u < 0x20 || u == 0x7f) {
+      char escaped[5];
+      std::snprintf(escaped, sizeof escaped, "\\x%02x", u);
+      out += escaped;
+    } else {
+      out += c;
+    }
+  }
+  return out + "\"";
+}
+
+// The usage error for a name the library would not match: the marker would
+// force nothing, and the run would pass as if the test had been forced.
+int UnknownForceName(const std::string& name) {
+  std::string message = "selftest: unknown test name " + Quoted(name);
+  for (std::string_view known : kForceNames) {
+    if (EqualIgnoringCase(known, name)) {
+      message += " (did you mean " + std::string(known) + "?)";
+    }
+  }
+  message += "; names are exact:";
+  for (std::string_view known : kForceNames) message += " " + std::string(known);
+  return Usage(message);
+}
+
+const char* KindOf(mode_t mode) {
+  if (S_ISLNK(mode)) return "it is a symbolic link, not a regular file";
+  if (S_ISFIFO(mode)) return "it is a FIFO, not a regular file";
+  if (S_ISDIR(mode)) return "it is a directory, not a regular file";
+  if (S_ISCHR(mode) || S_ISBLK(mode)) return "it is a device, not a regular file";
+  if (S_ISSOCK(mode)) return "it is a socket, not a regular file";
+  return "it is not a regular file";
+}
+
+// Why st is not a marker file that may be overwritten, or null.
+const char* Refusal(const struct stat& st) {
+  if (!S_ISREG(st.st_mode)) return KindOf(st.st_mode);
+  if (st.st_nlink > 1) return "it has other hard links";
+  return nullptr;
+}
+
+bool MarkerError(const char* cause) {
+  std::fprintf(stderr, "fipsval: cannot write the forced-failure marker %s: %s\n",
+               kMarkerFile, cause);
+  return false;
+}
+
+// Writes name to the marker without following a link: an entry that is not
+// a regular file of its own is refused, never written through.
+bool WriteMarker(std::string_view name) {
+  for (const char* dir : {"/data", kMarkerDir}) {
+    if (mkdir(dir, 0755) != 0 && errno != EEXIST) {
+      return MarkerError((std::string("cannot create ") + dir + ": " +
+                          std::strerror(errno)).c_str());
+    }
+  }
+  struct stat st;
+  if (lstat(kMarkerFile, &st) == 0) {
+    if (const char* refusal = Refusal(st)) return MarkerError(refusal);
+  }
+  // O_NONBLOCK: a FIFO put there since the check fails to open instead of
+  // waiting for a reader. Truncated only once it is known to be ours.
+  const int fd = open(kMarkerFile, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                      0600);
+  if (fd < 0) return MarkerError(errno == ELOOP ? KindOf(S_IFLNK) : std::strerror(errno));
+  const char* refusal = fstat(fd, &st) != 0 ? std::strerror(errno) : Refusal(st);
+  if (!refusal && ftruncate(fd, 0) != 0) refusal = std::strerror(errno);
+  for (std::size_t done = 0; !refusal && done < name.size();) {
+    const ssize_t n = write(fd, name.data() + done, name.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) refusal = n < 0 ? std::strerror(errno) : "short write";
+    else done += static_cast<std::size_t>(n);
+  }
+  if (close(fd) != 0 && !refusal) refusal = std::strerror(errno);
+  if (!refusal) return true;
+  unlink(kMarkerFile);  // ours, and perhaps half written: it must not force
+  return MarkerError(refusal);
+}
 
 }  // namespace
 
 int RunSelftest(const Args& args) {
-  std::string force;
+  std::optional<std::string> force;
   for (std::size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--force" && i + 1 < args.size()) {
-      force = args[++i];
-    } else {
-      return Usage("selftest: unexpected argument ", args[i]);
-    }
+    if (args[i] != "--force") return Usage("selftest: unexpected argument ", args[i]);
+    if (i + 1 == args.size()) return Usage("selftest: --force needs a test name");
+    if (force) return Usage("selftest: only one test can be forced at a time");
+    force = args[++i];
   }
-  if (!force.empty()) {
-    std::error_code ec;
-    fs::create_directories(fs::path(kMarkerFile).parent_path(), ec);
-    std::FILE* marker = std::fopen(kMarkerFile, "w");
-    if (!marker || std::fwrite(force.data(), 1, force.size(), marker) !=
-                       force.size()) {
-      std::fprintf(stderr, "fipsval: cannot write %s: %s\n", kMarkerFile,
-                   std::strerror(errno));
-      if (marker) std::fclose(marker);
-      return kFailed;
+  if (force) {
+    if (std::find(std::begin(kForceNames), std::end(kForceNames), *force) ==
+        std::end(kForceNames)) {
+      return UnknownForceName(*force);
     }
-    std::fclose(marker);
+    if (!WriteMarker(*force)) return kFailed;
   }
   const int mask = fips_self_tests();
   std::fflush(stdout);
@@ -67,17 +168,30 @@ int RunCheckConfig(const Args& args) {
 
 int RunUpdateConfig(const Args& args) {
   if (!args.empty()) return Usage("update-config: unexpected argument ", args[0]);
+  LastConfigHash() = {};
   fips_update_config();
   if (!is_fips_cc_enabled()) {
     std::fprintf(stderr, "fipsval: FIPS-CC mode is off: nothing hashed\n");
     return Finish(kOk);
   }
-  // The library ignores the callback's result: check what it stored.
+  // The library ignores the callback's result: look at what it recorded,
+  // then at what it stored.
+  const HashRecord& hashed = LastConfigHash();
+  if (!hashed.called) {
+    std::fprintf(stderr, "fipsval: the library did not ask for the configuration to be hashed\n");
+    return Finish(kFailed);
+  }
+  if (!hashed.error.empty()) return Finish(kFailed);  // the callback said why
   Sha256 actual{}, stored{};
   std::string error;
   if (!DigestFile(Settings().config, &actual, &error) ||
-      !ReadStoredDigest(Settings().config_digest, &stored, &error) ||
-      actual != stored) {
+      !ReadStoredDigest(Settings().config_digest, &stored, &error)) {
+    std::fprintf(stderr, "fipsval: update-config: %s\n", error.c_str());
+    return Finish(kFailed);
+  }
+  if (actual != stored) {
+    std::fprintf(stderr, "fipsval: update-config: %s does not hold the SHA-256 of %s\n",
+                 Settings().config_digest.c_str(), Settings().config.c_str());
     return Finish(kFailed);
   }
   std::fprintf(stderr, "fipsval: stored the SHA-256 of %s in %s\n",
@@ -115,8 +229,7 @@ int RunKat(const Args& args) {
   bool all_passed = true;
   for (const Kat* kat : chosen) {
     const int result = kat->test(force ? 1 : 0);
-    std::fflush(stdout);
-    std::fprintf(stderr, "%-12s %s\n", kat->name, result == 1 ? "passed" : "failed");
+    std::printf("%-12s %s\n", kat->name, result == 1 ? "passed" : "failed");
     all_passed &= result == 1;
   }
   return Finish(all_passed ? kOk : kFailed);

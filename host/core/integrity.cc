@@ -68,8 +68,16 @@ bool StoreDigest(const std::string& path, const Sha256& digest,
   if (!f) return Fail(error, "cannot write", path);
   for (uint8_t b : digest) std::fprintf(f.get(), "%02x", b);
   std::fprintf(f.get(), "  %s\n", name.c_str());
-  if (std::fflush(f.get()) != 0) return Fail(error, "cannot write", path);
+  // Data still buffered fails only when flushed or closed.
+  if (std::fflush(f.get()) != 0 || std::fclose(f.release()) != 0) {
+    return Fail(error, "cannot write", path);
+  }
   return true;
+}
+
+HashRecord& LastConfigHash() {
+  static HashRecord record;
+  return record;
 }
 
 int CheckIntegrity(const char* test, const std::string& file,

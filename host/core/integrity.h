@@ -16,6 +16,14 @@ bool ReadStoredDigest(const std::string& path, Sha256* digest,
 bool StoreDigest(const std::string& path, const Sha256& digest,
                  const std::string& name, std::string* error);
 
+// What the host's last fips_hash_vpn_cfg call did. The library ignores the
+// callback's result, so update-config reads it here.
+struct HashRecord {
+  bool called = false;
+  std::string error;  // empty when the digest was stored
+};
+HashRecord& LastConfigHash();
+
 // 1 when the file's SHA-256 equals the stored one, 0 otherwise (with the
 // reason on standard error, prefixed by `test`). A non-zero force corrupts
 // the computed digest first, so that the test fails as it would for a
