@@ -281,7 +281,11 @@ Completeness CheckCompleteness(std::string_view name, std::string_view request,
     return result;
   }
   std::vector<Item> items = ReadRequest(kind, request);
-  for (const Item& item : items) result.tests += item.expected > 0;
+  // A SigGen section's key (its n and e lines) is not counted as a test.
+  const auto counted = [](const Item& item) {
+    return item.expected > 0 && !item.line.text.starts_with("[");
+  };
+  for (const Item& item : items) result.tests += counted(item);
 
   const auto fail = [&](std::string detail) {
     result.detail = std::move(detail);
@@ -334,7 +338,7 @@ Completeness CheckCompleteness(std::string_view name, std::string_view request,
   for (const Item& item : items) {
     if (item.expected == kNotATest || item.expected == kAnswerOptional) continue;
     if (item.answers == item.expected) {
-      result.answered += item.expected > 0;
+      result.answered += counted(item);
     } else if (!gap) {
       gap = &item;
     }

@@ -162,10 +162,12 @@ Outcome CheckEntry(const VerifyOptions& options, const std::string& root,
   const bool listed = recorded != record.outcomes.end();
   if (request.status == TreeRead::kMissing) {
     if (response.status == TreeRead::kMissing) return {Verdict::kSkip, ""};
-    return Fail("a response without its request " + entry.request);
+    return Fail("a response without its request " + options.tree + "/" +
+                entry.request);
   }
   if (request.status != TreeRead::kOk) {
-    return Fail("request " + entry.request + " not read: " + request.problem);
+    return Fail(options.tree + "/" + entry.request + " not read: " +
+                request.problem);
   }
   if (response.status == TreeRead::kMissing) {
     if (listed && recorded->second.first == "answered") {
@@ -182,7 +184,7 @@ Outcome CheckEntry(const VerifyOptions& options, const std::string& root,
     return {options.strict || listed ? Verdict::kFail : Verdict::kSkip, why};
   }
   if (response.status != TreeRead::kOk) {
-    return Fail("response " + entry.response + " not read: " +
+    return Fail(root + "/" + entry.response + " not read: " +
                 response.problem);
   }
   if (record.present && (!listed || recorded->second.first != "answered")) {
@@ -218,7 +220,7 @@ Outcome CheckEntry(const VerifyOptions& options, const std::string& root,
   const TreeFile expected = ReadTreeFile(options.tree, entry.expected);
   if (expected.status != TreeRead::kOk &&
       expected.status != TreeRead::kMissing) {
-    return Fail("expected answers " + entry.expected + " not read: " +
+    return Fail(options.tree + "/" + entry.expected + " not read: " +
                 expected.problem);
   }
   std::optional<std::string> expected_text;
