@@ -17,11 +17,15 @@ int RunVerify(const Args& args) {
   VerifyOptions options;
   options.suites = s.suites;
   std::vector<std::string> trees;
-  for (const std::string& arg : s.rest) {
+  for (std::size_t i = 0; i < s.rest.size(); ++i) {
+    const std::string& arg = s.rest[i];
     if (arg == "--strict") {
       options.strict = true;
     } else if (arg == "--partial") {
       options.partial = true;
+    } else if (arg == "--output") {
+      if (i + 1 == s.rest.size()) return Usage("verify: --output needs a directory");
+      options.responses = s.rest[++i];
     } else if (arg.starts_with("-")) {
       return Usage("verify: unknown option ", arg);
     } else {
@@ -30,10 +34,12 @@ int RunVerify(const Args& args) {
   }
   if (trees.size() != 1) return Usage("verify: give one CAVP tree");
   options.tree = trees[0];
-  std::error_code ec;
-  if (!fs::is_directory(options.tree, ec)) {
-    std::fprintf(stderr, "fipsval: %s is not a directory\n", options.tree.c_str());
-    return kFailed;
+  for (const std::string* dir : {&options.tree, &options.responses}) {
+    std::error_code ec;
+    if (!dir->empty() && !fs::is_directory(*dir, ec)) {
+      std::fprintf(stderr, "fipsval: %s is not a directory\n", dir->c_str());
+      return kFailed;
+    }
   }
   const VerifyTally tally = VerifyTree(options, stdout);
   return tally.failed == 0 ? kOk : kFailed;

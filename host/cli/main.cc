@@ -66,14 +66,18 @@ const Command kCommands[] = {
      "Progress (suite, file, elapsed time) goes to standard error when it is a\n"
      "terminal. Exit: 0 done; 1 the run could not be completed; 2 usage.",
      RunRun},
-    {"verify", "verify [--list L] [--suite NAME]... [--strict] [--partial] CAVP_DIR",
-     "Compares every response <DIR>/resp/<name>.rsp that has expected answers\n"
-     "<DIR>/fax/<name>.fax, ignoring blank lines, and checks the RSA responses\n"
-     "whose answers are random (SigGen signatures verified with the reported\n"
-     "key, generated keys checked, SigVer against its request). Prints one\n"
-     "verdict per file and \"N passed, M failed\". --strict fails files that have\n"
-     "expected answers but no response; --partial passes a response that stops\n"
-     "early when every line it has matches. Exit: 0 nothing failed; 1 otherwise.",
+    {"verify", "verify [--list L] [--suite NAME]... [--strict] [--partial] [--output DIR] CAVP_DIR",
+     "Checks every response <DIR>/resp/<name>.rsp against its request\n"
+     "<DIR>/req/<name>.req: every test answered, in order. Then compares it with\n"
+     "the expected answers <DIR>/fax/<name>.fax (blank lines ignored) or checks\n"
+     "the RSA answers that are random (SigGen signatures, generated keys).\n"
+     "Verdicts: PASS; FAIL; COMPLETE (no .fax: checked for completeness only);\n"
+     "STOPPED (SigVer: the runner ends at its first test by design); SKIP (no\n"
+     "response). Reads the run record fipsval-run.json when present. No file\n"
+     "is read through a symbolic link. --output DIR: the responses are under\n"
+     "DIR (run --output). --strict fails requests without a response;\n"
+     "--partial lets a response end before its .fax (shortened requests).\n"
+     "Exit: 0 every response complete and right; 1 otherwise, or nothing checked.",
      RunVerify},
     {"list", "list", "Lists the suites, their CAVP directories and request files.",
      RunList},

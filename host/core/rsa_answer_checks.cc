@@ -210,16 +210,21 @@ bool CheckKey(const KeyFields& key, int nlen, BN_CTX* ctx, AnswerCheck* check) {
 }  // namespace
 
 AnswerCheck CheckSigGenResponse(const std::string& response_path) {
-  AnswerCheck check;
   const std::optional<std::string> text = ReadText(response_path);
   if (!text) {
+    AnswerCheck check;
     Fail(&check, 0, "cannot read " + response_path);
     return check;
   }
+  return CheckSigGenAnswers(*text);
+}
+
+AnswerCheck CheckSigGenAnswers(std::string_view text) {
+  AnswerCheck check;
   int bits = -1;
   Bignum n, e;
   SigTest test;
-  const std::vector<std::string_view> lines = Lines(*text);
+  const std::vector<std::string_view> lines = Lines(text);
   for (std::size_t i = 0; i < lines.size(); ++i) {
     const std::size_t at = i + 1;
     const std::string_view line = lines[i];
@@ -291,12 +296,17 @@ AnswerCheck CheckSigGenResponse(const std::string& response_path) {
 }
 
 AnswerCheck CheckRandomProbablePrimeResponse(const std::string& response_path) {
-  AnswerCheck check;
   const std::optional<std::string> text = ReadText(response_path);
   if (!text) {
+    AnswerCheck check;
     Fail(&check, 0, "cannot read " + response_path);
     return check;
   }
+  return CheckRandomProbablePrimeAnswers(*text);
+}
+
+AnswerCheck CheckRandomProbablePrimeAnswers(std::string_view text) {
+  AnswerCheck check;
   BnCtx ctx(BN_CTX_new());
   if (!ctx) {
     Fail(&check, 0, "out of memory");
@@ -304,7 +314,7 @@ AnswerCheck CheckRandomProbablePrimeResponse(const std::string& response_path) {
   }
   int nlen = -1;
   KeyFields key;
-  const std::vector<std::string_view> lines = Lines(*text);
+  const std::vector<std::string_view> lines = Lines(text);
   for (std::size_t i = 0; i < lines.size(); ++i) {
     const std::size_t at = i + 1;
     const std::string_view line = lines[i];
@@ -349,43 +359,33 @@ AnswerCheck CheckRandomProbablePrimeResponse(const std::string& response_path) {
   return check;
 }
 
-AnswerCheck CheckSigVerResponse(const std::string& request_path,
-                                const std::string& response_path) {
+AnswerCheck CheckSigVerAnswers(std::string_view request,
+                               std::string_view response) {
   AnswerCheck check;
-  const std::optional<std::string> request = ReadText(request_path);
-  if (!request) {
-    Fail(&check, 0, "cannot read " + request_path);
-    return check;
-  }
-  const std::optional<std::string> response = ReadText(response_path);
-  if (!response) {
-    Fail(&check, 0, "cannot read " + response_path);
-    return check;
-  }
   // The expected response: request lines (which end at CR LF, as the
   // runner reads them) up to the first supported SHAAlg line.
   static constexpr std::array<std::string_view, 4> kSupported = {
       "SHAAlg = SHA1", "SHAAlg = SHA256", "SHAAlg = SHA384",
       "SHAAlg = SHA512"};
-  std::string_view rest = *request;
+  std::string_view rest = request;
   std::size_t expected_size = 0;
+  bool stops = false;
   while (!rest.empty()) {
     const std::size_t end = rest.find("\r\n");
     const std::size_t len =
         end == std::string_view::npos ? rest.size() : end + 2;
     const std::string_view line = rest.substr(0, len);
-    expected_size += len;
+    if (!stops) expected_size += len;
     rest.remove_prefix(len);
-    bool last = false;
-    for (std::string_view tag : kSupported) last = last || line.starts_with(tag);
-    if (last) break;
+    check.tests += line.starts_with("SHAAlg = ");
+    for (std::string_view tag : kSupported) stops = stops || line.starts_with(tag);
   }
-  const std::string_view expected(request->data(), expected_size);
-  const std::string_view actual = *response;
+  check.stopped_at_first_test = stops;
+  const std::string_view expected = request.substr(0, expected_size);
 
   std::size_t same = 0;
-  while (same < expected.size() && same < actual.size() &&
-         expected[same] == actual[same]) {
+  while (same < expected.size() && same < response.size() &&
+         expected[same] == response[same]) {
     ++same;
   }
   const auto line_of = [&](std::size_t offset) {
@@ -394,11 +394,11 @@ AnswerCheck CheckSigVerResponse(const std::string& request_path,
     return line;
   };
   check.checked = static_cast<int>(line_of(same)) - 1;
-  if (same == expected.size() && same == actual.size()) return check;
+  if (same == expected.size() && same == response.size()) return check;
   if (same == expected.size()) {
     Fail(&check, line_of(same),
          "response goes on after the first supported SHAAlg line");
-  } else if (same == actual.size()) {
+  } else if (same == response.size()) {
     Fail(&check, line_of(same), "response ends before the first supported "
                                 "SHAAlg line of the request");
   } else {

@@ -1,11 +1,14 @@
-// Checking the responses of a CAVP tree against the expected answers:
-// <tree>/<DIR>/resp/<name>.rsp against <tree>/<DIR>/fax/<name>.fax, as the
-// sequence of non-blank lines (line ends removed), and the RSA responses
-// whose answers are random by checking them mathematically.
+// Checking the responses of a CAVP tree: every response
+// (<root>/<DIR>/resp/<name>.rsp) must answer every test of its request
+// (<tree>/<DIR>/req/<name>.req), and its answers must match the expected
+// ones (<tree>/<DIR>/fax/<name>.fax, as the sequence of non-blank lines
+// without line ends) or, for the RSA answers that are random, pass their
+// mathematical checks. No file is read through a symbolic link.
 #pragma once
 
 #include <cstdio>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "fipsval.h"
@@ -15,18 +18,27 @@ namespace fipsval::host {
 struct VerifyOptions {
   std::string tree;
   std::vector<const fips_tv*> suites;
-  bool strict = false;   // an expected-answer file without response fails
-  bool partial = false;  // a response that stops early passes when every
-                         // line it has matches (for shortened requests)
+  bool strict = false;   // a request without response fails
+  bool partial = false;  // the requests were shortened (Monte Carlo tests cut
+                         // to their first section): a response may end
+                         // before its expected-answer file does; it must
+                         // still answer every test of its request
+  std::string responses = {};  // where the responses are (run --output); empty:
+                               // in the tree
 };
 
 struct VerifyTally {
-  int passed = 0;
-  int failed = 0;
+  int passed = 0;         // complete, and every answer matched or checked
+  int failed = 0;         // includes "nothing was checked" and a bad run record
+  int complete_only = 0;  // complete, without expected answers to compare
+  int stopped = 0;        // the SigVer runner's response, which by design
+                          // ends at the first test
+  int missing = 0;        // requests without a response (without --strict)
 };
 
-// Prints one verdict line per file (with the first differing line of both
-// files on a mismatch) and the closing line "N passed, M failed" to out.
+// Prints one verdict line per file (PASS, FAIL, COMPLETE, STOPPED or SKIP)
+// and a closing line that begins "N passed, M failed" to out. Fails (with
+// a line saying so) when nothing at all was checked.
 VerifyTally VerifyTree(const VerifyOptions& options, std::FILE* out);
 
 struct Comparison {
@@ -36,14 +48,12 @@ struct Comparison {
   std::string detail;    // why not, on a mismatch
 };
 
-// Compares a response with its expected answers. For "CTR_DRBG" the
+// Compares a response's text with its expected answers. For "CTR_DRBG" the
 // ReturnedBits values of sections other than "[AES-256 use df]" are not
 // compared: the runner answers every test with AES-256 and a derivation
 // function, while the expected file holds the answers of the mechanism
 // each section names.
-Comparison CompareWithExpected(const std::string& name,
-                               const std::string& response_path,
-                               const std::string& expected_path,
-                               bool partial);
+Comparison CompareWithExpected(std::string_view name, std::string_view response,
+                               std::string_view expected, bool partial);
 
 }  // namespace fipsval::host

@@ -11,7 +11,7 @@ from libcrypto (gen.libcrypto); nothing here runs fipsval.
 import hashlib
 import hmac
 
-from gen import rsa_math
+from gen import ctr_drbg, rsa_math
 from gen.cavp import CRCRLF, bracket_field, field, join_lines, split_lines
 
 _DIGEST_BY_LENGTH = {20: "sha1", 28: "sha224", 32: "sha256", 48: "sha384", 64: "sha512"}
@@ -359,6 +359,42 @@ def tls_file(text):
             key_block = tls_prf(digest, master, "key expansion",
                                 test["server_random"] + test["client_random"], key_block_length)
             out += ["master_secret = " + master.hex(), "key_block = " + key_block.hex()]
+    return join_lines(out)
+
+
+# -- CTR_DRBG --------------------------------------------------------------
+
+_DRBG_INPUTS = ("EntropyInput", "Nonce", "PersonalizationString", "EntropyInputReseed",
+                "AdditionalInputReseed", "AdditionalInput")
+
+
+def ctr_drbg_file(crypto, text):
+    """CTR_DRBG: "ReturnedBits = " after the second AdditionalInput of every
+    test in an "[AES-256 use df]" section; other mechanisms' tests are
+    copied without answers."""
+    out, mechanism, returned, test = [], None, 0, {}
+    for line in split_lines(text):
+        out.append(line)
+        if line.startswith("[") and line.endswith(" df]"):
+            mechanism = line
+            continue
+        name, value = bracket_field(line)
+        if name == "ReturnedBitsLen":
+            returned = int(value) // 8
+            continue
+        tag, value = field(line)
+        if tag == "COUNT":
+            test = {"AdditionalInput": []}
+        elif tag == "AdditionalInput":
+            test[tag].append(bytes.fromhex(value))
+        elif tag in _DRBG_INPUTS:
+            test[tag] = bytes.fromhex(value)
+        if tag == "AdditionalInput" and len(test[tag]) == 2 and mechanism == "[AES-256 use df]":
+            bits = ctr_drbg.test(crypto, test["EntropyInput"], test["Nonce"],
+                                 test["PersonalizationString"], test["EntropyInputReseed"],
+                                 test["AdditionalInputReseed"], test[tag][0], test[tag][1],
+                                 returned)
+            out.append("ReturnedBits = " + bits.hex())
     return join_lines(out)
 
 

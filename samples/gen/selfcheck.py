@@ -37,7 +37,20 @@ def responders(crypto, monte_records=None):
     table[("HMAC", "HMAC")] = answers.hmac_file
     table[("KDF135", "ssh")] = answers.ssh_file
     table[("KDF135", "tls")] = answers.tls_file
+    table[("DRBG800-90A", "CTR_DRBG")] = lambda text: answers.ctr_drbg_file(crypto, text)
     return table
+
+
+def _aes256_df_answers(text):
+    """The answers of the "[AES-256 use df]" tests: the ones the samples
+    compute (NIST's file answers every mechanism after the first of them)."""
+    kept, mechanism = [], None
+    for line in split_lines(text):
+        if line.startswith("[") and line.endswith(" df]"):
+            mechanism = line
+        if mechanism == "[AES-256 use df]" and line.startswith("ReturnedBits = "):
+            kept.append(line)
+    return join_lines(kept)
 
 
 def _first_records(text, records):
@@ -73,6 +86,8 @@ def run(crypto, cavp_dir, monte_records=None, out=print):
             theirs = f.read()
         if monte_records and ("Monte" in name or "MCT" in name):
             theirs = _first_records(theirs, monte_records)
+        if name == "CTR_DRBG":
+            ours, theirs = _aes256_df_answers(ours), _aes256_df_answers(theirs)
         problem = first_difference(ours, theirs)
         checked += 1
         if problem:
