@@ -58,24 +58,106 @@ FIPSVAL_API int fips_kat_rsa_test(int force);
 
 /* ------------------------------------------------------------------------
  * Host callbacks: defined by the host application, called by the library.
+ *
+ * The host defines all nine, with C linkage, and exports them so that the
+ * library can resolve them by name: link the program with -rdynamic (or
+ * -Wl,--export-dynamic), or define them in a shared library that is loaded
+ * before libfipsval.
+ *
+ * Return conventions differ from the usual C habit of 0 for success: the
+ * three test callbacks (fips_check_vpn_cfg, fips_check_firmware,
+ * fips_rng_test) return 1 for PASS; 0 or any value below 1 is a failure.
+ *
+ * `force`: the library's self-test run passes either 0 or the test's own
+ * failure-mask bit (never 1 for a test whose bit is not 1). A non-zero
+ * force asks the host to make its test fail, as it would for a real fault,
+ * so that the failure path can be shown; it is set by the forced-failure
+ * marker "/data/etc/katfail".
+ *
+ * Memory: every string and buffer the library passes belongs to the
+ * library and is valid only during the call; the host neither frees it nor
+ * keeps the pointer (copy the text if it is needed later). No callback
+ * hands memory to the library.
  * ---------------------------------------------------------------------- */
+
+/* FIPS-CC mode. Called by fips_update_config. Return non-zero when the
+ * mode is on (the library then calls fips_hash_vpn_cfg), 0 when it is off. */
 int is_fips_cc_enabled(void);
+
+/* Configuration-integrity test: compare the stored configuration with its
+ * reference digest. `force` is 0 or FIPS_ST_CONFIG (64) in the self-test
+ * run, always 0 from fips_check_config.
+ * Return exactly 1 when the configuration is intact, 0 when it is not.
+ * The self-test run counts any value below 1 as a failure, but
+ * fips_check_config passes only on exactly 1 (2 fails there). */
 int fips_check_vpn_cfg(int force);
+
+/* Re-hash the configuration: store its current digest as the reference
+ * for fips_check_vpn_cfg. Called by fips_update_config with 0, only when
+ * is_fips_cc_enabled returns non-zero. The result is ignored; report a
+ * failure through the host's own channels. */
 int fips_hash_vpn_cfg(int unused);
+
+/* Firmware-integrity test. `force` is 0 or FIPS_ST_FIRMWARE (1).
+ * Return 1 when the firmware image matches its reference, 0 otherwise
+ * (any value below 1 is a failure). */
 int fips_check_firmware(int force);
+
+/* Random-number generator health test. `force` is 0 or FIPS_ST_RNG (32).
+ * Return 1 on pass, 0 on failure (any value below 1 is a failure). */
 int fips_rng_test(int force);
+
+/* Log the self-test error text, which begins "FIPS error: " and lists the
+ * failed tests, e.g. "FIPS error: AES self-test failed, RSA self-test
+ * failed" (at most 899 characters). Called once after a failed self-test
+ * run, before fips_goto_error_mode.
+ * Return 0 (or any non-negative value) when logged, a negative value when
+ * the log could not be written: the library then prints "Failed to log
+ * self-test failure: <text>" and enters the error mode all the same. */
 int fips_log_startup_error(const char *text);
+
+/* Enter the error mode. Called with -3 and the error text after a failed
+ * self-test run, with -4 and "configuration" after a failed
+ * fips_check_config. The result is ignored, and the library returns to its
+ * caller afterwards (with the failure mask, or -1): what the error mode
+ * does (stop services, refuse cryptography, exit) is the host's business. */
 int fips_goto_error_mode(int code, const char *text);
+
+/* printf-style message to the host's console or log. Called by
+ * fips_check_config(1) with "\n%s\n" and "Configuration Integrity check
+ * failed". The result is ignored. */
 int fipsmsg(const char *format, ...);
+
+/* Entropy source for fips_tv_get_drbg_entropy_source: fill all `length`
+ * bytes of `buffer` (the library passes a 640-byte buffer and 640) with raw
+ * noise-source output. Return a negative value on failure: the export
+ * prints "Problem reading entropy token" and returns that value. Any other
+ * value means success and the whole buffer is used; the export returns the
+ * last such value, so return `length`. */
 int fips_read_entropy(unsigned char *buffer, int length);
 
 /* ------------------------------------------------------------------------
  * Test-vector suites
  * ---------------------------------------------------------------------- */
 
-/* A suite: its request files are read from "/tmp/req/<name>.req" and
- * answered in "/tmp/resp/<name>.rsp". `dir` is the CAVP category directory
- * of the files, for the host; the library never reads it. */
+/* A suite: the host stages each of its request files as
+ * "/tmp/req/<file>.req" and calls run(); the suite writes
+ * "/tmp/resp/<file>.rsp" for each (the host creates both directories).
+ *   name           the suite's name, e.g. "AES", "DRBG800-90A".
+ *   dir            the CAVP category directory of its files (the files of
+ *                  a CAVP tree are <tree>/<dir>/req/<file>.req), for the
+ *                  host; the library never reads it. Several suites share
+ *                  one (AES and AES-WF in "AES", SHA1 and SHA256 in "SHA",
+ *                  SSH and TLS in "KDF135").
+ *   get_filenames  returns the suite's request base names (no directory,
+ *                  no extension) in a constant, static, null-terminated
+ *                  array: do not free or change it.
+ *   run            runs every file in that order. It returns nothing: a
+ *                  missing request ("Couldn't open /tmp/req/<file>.req"), a
+ *                  missing field or a failed write is printed on standard
+ *                  output and ends that file only (what was written stays
+ *                  in its response), so the host checks the response files
+ *                  it collects. Not reentrant: the paths are fixed. */
 typedef struct fips_tv {
   const char *name;
   const char *dir;
@@ -83,6 +165,31 @@ typedef struct fips_tv {
   void (*run)(void);
 } fips_tv;
 
+/* The suites: name, dir, request files.
+ *   fips_tv_3des    "3DES"        "TDES"        TCBCvartext, TCBCinvperm,
+ *                   TCBCvarkey, TCBCpermop, TCBCsubtab, TCBCMMT1-3,
+ *                   TCBCMonte1-3
+ *   fips_tv_aes     "AES"         "AES"         CBCGFSbox, CBCKeySbox,
+ *                   CBCVarTxt, CBCVarKey, CBCMMT, CBCMCT, each 128, 192, 256
+ *   fips_tv_aes_wf  "AES-WF"      "AES"         ECBGFSbox128, ECBKeySbox128,
+ *                   ECBVarKey128, ECBVarTxt128, ECBMMT128, ECBMCT128
+ *   fips_tv_hmac    "HMAC"        "HMAC"        HMAC
+ *   fips_tv_rbg     "DRBG800-90A" "DRBG800-90A" CTR_DRBG
+ *                   (each test goes to the kernel's random-device driver by
+ *                   an ioctl on "/dev/urandom"; without a driver that
+ *                   answers it, the suite prints "Error set_key 62" and
+ *                   "Error set params" and its response stops at the first
+ *                   test)
+ *   fips_tv_rsa     "RSA2"        "RSA2"        SigGen15_186-3,
+ *                   SigVer15_186-3, KeyGen_186-3, KeyGen3_3_KAT,
+ *                   KeyGen_RandomProbablyPrime3_3
+ *   fips_tv_sha1    "SHA1"        "SHA"         SHA1ShortMsg, SHA1LongMsg,
+ *                   SHA1Monte
+ *   fips_tv_sha256  "SHA256"      "SHA"         SHA256ShortMsg,
+ *                   SHA256LongMsg, SHA256Monte
+ *   fips_tv_ssh     "SSH"         "KDF135"      ssh
+ *   fips_tv_tls     "TLS"         "KDF135"      tls
+ */
 FIPSVAL_API extern const fips_tv fips_tv_3des;
 FIPSVAL_API extern const fips_tv fips_tv_aes;
 FIPSVAL_API extern const fips_tv fips_tv_aes_wf;
@@ -94,12 +201,19 @@ FIPSVAL_API extern const fips_tv fips_tv_sha256;
 FIPSVAL_API extern const fips_tv fips_tv_ssh;
 FIPSVAL_API extern const fips_tv fips_tv_tls;
 
-/* Null-terminated lists of suites. */
+/* Constant, null-terminated lists of suites, in this order:
+ *   fips_tv_ops      AES, HMAC, SHA1, SHA256, 3DES
+ *   fips_tv_ssl_ops  AES, HMAC, RSA2, SHA1, SHA256, 3DES, SSH, TLS
+ *   fips_tv_rbg_ops  DRBG800-90A
+ *   fips_tv_wf_ops   AES-WF
+ * fips_tv_ssl_ops, fips_tv_rbg_ops and fips_tv_wf_ops together hold every
+ * suite once; fips_tv_ops is a subset of fips_tv_ssl_ops. */
 FIPSVAL_API extern const fips_tv *const fips_tv_ops[];
 FIPSVAL_API extern const fips_tv *const fips_tv_ssl_ops[];
 FIPSVAL_API extern const fips_tv *const fips_tv_rbg_ops[];
 FIPSVAL_API extern const fips_tv *const fips_tv_wf_ops[];
 
+/* The suites' run operations (each descriptor's `run`). */
 FIPSVAL_API void fips_test_vectors_3des(void);
 FIPSVAL_API void fips_test_vectors_aes(void);
 FIPSVAL_API void fips_test_vectors_aes_wf(void);

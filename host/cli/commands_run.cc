@@ -76,7 +76,7 @@ std::string SamplesWorkTree() { return Settings().data_dir + "/sample-run"; }
 
 // Copies the bundled sample requests into a fresh working tree.
 bool PrepareSampleTree(std::string* tree) {
-  const fs::path samples = FIPSVAL_SAMPLES_DIR;
+  const fs::path samples = Settings().samples_dir;
   std::error_code ec;
   if (!fs::is_directory(samples, ec)) {
     std::fprintf(stderr, "fipsval: the bundled samples are missing (%s)\n",

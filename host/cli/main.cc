@@ -11,6 +11,10 @@
 #include "host/core/host_settings.h"
 #include "host/core/suite_catalog.h"
 
+#ifndef FIPSVAL_VERSION
+#error "FIPSVAL_VERSION: the project version, from the build"
+#endif
+
 namespace fipsval::host {
 namespace {
 
@@ -50,9 +54,11 @@ const Command kCommands[] = {
      "Exit: 0 all passed; 1 a test failed.",
      RunKat},
     {"entropy", "entropy COUNT",
-     "Writes COUNT samples of 640 bytes from the noise source to\n"
-     "/tmp/resp/entropy_samples (fips_tv_get_drbg_entropy_source), creating\n"
-     "/tmp/resp if needed.\n"
+     "Writes COUNT samples of the noise source to /tmp/resp/entropy_samples\n"
+     "(fips_tv_get_drbg_entropy_source), creating /tmp/resp if needed. The file\n"
+     "is text with CR LF line ends: the header \"Min-Entropy Total = COUNT\"\n"
+     "(the label is the library's; the value is the number of samples), then\n"
+     "one line per 640-byte sample, written as 1280 lower-case hex digits.\n"
      "Exit: 0 written; 1 the export failed.",
      RunEntropy},
     {"run", "run [--list L] [--suite NAME]... [CAVP_DIR]",
@@ -79,9 +85,12 @@ const Command kCommands[] = {
      "--partial lets a response end before its .fax (shortened requests).\n"
      "Exit: 0 every response complete and right; 1 otherwise, or nothing checked.",
      RunVerify},
-    {"list", "list", "Lists the suites, their CAVP directories and request files.",
+    {"list", "list",
+     "Lists every suite with its CAVP directory and request files, then the\n"
+     "names of the lists that --list takes.\nExit: 0.",
      RunList},
-    {"help", "help [COMMAND]", "Shows this help, or a command's.", PrintHelp},
+    {"help", "help [COMMAND]", "Shows this help, or a command's.\nExit: 0; 2 unknown command.",
+     PrintHelp},
 };
 
 const Command* FindCommand(std::string_view name) {
@@ -98,6 +107,7 @@ int PrintHelp(const Args& args) {
     std::printf("usage: fipsval [OPTIONS] %s\n\n%s\n", c->synopsis, c->help);
     return kOk;
   }
+  const HostSettings& s = Settings();
   std::printf(
       "usage: fipsval [OPTIONS] COMMAND [ARGS]\n\n"
       "The reference host of the fipsval library: runs its power-on self-tests,\n"
@@ -105,25 +115,36 @@ int PrintHelp(const Args& args) {
       "callbacks the library needs.\n\ncommands:\n");
   for (const Command& c : kCommands) std::printf("  %s\n", c.synopsis);
   std::printf(
-      "\noptions (file locations; defaults in brackets):\n"
-      "  --data-dir DIR         [fipsval-data beside the program: %s]\n"
-      "  --config FILE          configuration checked for integrity [DIR/vpn.cfg]\n"
+      "\noptions (anywhere on the line):\n"
+      "  -q, --quiet            only verdicts and errors\n"
+      "  -v, --verbose          more detail, such as progress lines (suite, file,\n"
+      "                         elapsed time) when standard error is no terminal\n"
+      "  -h, --help             this help; with a command, the command's help\n"
+      "  --version              prints \"fipsval VERSION\"\n"
+      "  --fips-cc on|off       FIPS-CC mode [on]\n"
+      "  --entropy urandom|rdrand  noise source for the RNG test and entropy\n"
+      "                         samples [urandom]\n"
+      "\nfile locations (the values in effect in brackets):\n"
+      "  --data-dir DIR         stored digests, logs, sample runs [%s]\n"
+      "  --config FILE          configuration checked for integrity [%s]\n"
       "  --config-digest FILE   its stored SHA-256 [DIR/vpn.cfg.sha256]\n"
       "  --firmware FILE        firmware image [the loaded libfipsval library]\n"
       "  --firmware-digest FILE its stored SHA-256 [DIR/firmware.sha256]\n"
       "  --error-log FILE       self-test failures are appended here [DIR/fips-errors.log]\n"
       "  --error-mode-file FILE the error mode is recorded here [DIR/error-mode]\n"
-      "  --fips-cc on|off       FIPS-CC mode [on]\n"
-      "  --entropy urandom|rdrand  noise source for the RNG test and entropy\n"
-      "                         samples [urandom]\n"
+      "Defaults: installed in PREFIX/bin, fipsval uses DIR = PREFIX/var/lib/fipsval\n"
+      "and the configuration PREFIX/etc/fipsval/vpn.cfg (for the prefix /usr:\n"
+      "/var/lib/fipsval and /etc/fipsval/vpn.cfg); run from its build tree, DIR is\n"
+      "fipsval-data beside the program. With --data-dir, the configuration\n"
+      "defaults to DIR/vpn.cfg.\n"
       "\nfixed paths used by the library: /tmp/req (requests), /tmp/resp\n"
       "(responses, entropy_samples), /data/etc/katfail (forced failure marker),\n"
       "/dev/urandom (random device; CTR_DRBG tests are sent to it by ioctl).\n"
-      "CTR_DRBG tests on this machine: %s\n"
+      "%s.\n"
       "\nexit status: 0 success; 1 a test or check failed, or a run could not be\n"
       "completed; 2 usage error; 3 the library put the host into its error mode.\n"
-      "`fipsval help COMMAND` describes a command.\n",
-      Settings().data_dir.c_str(), fipsval::DrbgBackendDescription());
+      "`fipsval help COMMAND` describes a command; `man fipsval` has more.\n",
+      s.data_dir.c_str(), s.config.c_str(), fipsval::DrbgBackendDescription());
   return kOk;
 }
 
@@ -169,6 +190,13 @@ int Main(int argc, char** argv) {
       } else {
         return Usage("bad value for " + arg + ": ", value);
       }
+    } else if (arg == "--version") {
+      std::printf("fipsval %s\n", FIPSVAL_VERSION);
+      return kOk;
+    } else if (arg == "-q" || arg == "--quiet") {
+      settings.verbosity = 0;
+    } else if (arg == "-v" || arg == "--verbose") {
+      settings.verbosity = 2;
     } else if (arg == "--help" || arg == "-h") {
       help = true;
     } else {
@@ -177,8 +205,8 @@ int Main(int argc, char** argv) {
   }
   ApplyDefaultPaths(settings);
   if (rest.empty()) {
-    PrintHelp({});
-    return help ? kOk : kUsage;
+    if (help) return PrintHelp({});
+    return Usage("no command given");
   }
   const Command* command = FindCommand(rest[0]);
   if (!command) return Usage("unknown command ", rest[0]);

@@ -17,6 +17,7 @@ struct HostSettings {
   std::string firmware_digest;  // its stored SHA-256
   std::string error_log;        // fips_log_startup_error appends here
   std::string error_mode_file;  // fips_goto_error_mode records here
+  std::string samples_dir;      // the bundled sample requests
   bool fips_cc = true;
   EntropySource entropy = EntropySource::kUrandom;
   int verbosity = 1;  // 0: verdicts and errors only (-q); 1: normal; 2: -v
@@ -31,9 +32,27 @@ struct ErrorModeRecord {
 HostSettings& Settings();
 ErrorModeRecord& ErrorMode();
 
-// Fills every path that is still empty from data_dir (itself defaulting to
-// "fipsval-data" beside the executable); the firmware image defaults to the
-// loaded fipsval library.
+// The default locations, which depend on where the program runs from.
+struct DefaultLocations {
+  bool build_tree = false;  // the program runs from the directory it was built in
+  std::string data_dir;     // digests, error log, error-mode file, sample runs
+  std::string config;       // the configuration checked for integrity
+  std::string samples_dir;
+};
+
+// In the build tree, everything lives in "fipsval-data" beside the program
+// and the samples are those of the source tree. An installed program in
+// <prefix>/bin keeps its data in <root>/var/lib/fipsval and its
+// configuration in <root>/etc/fipsval/vpn.cfg, where <root> is "/" for
+// the prefix /usr (and <dir> for <dir>/usr) and the prefix itself
+// otherwise; its samples are in <prefix>/share/fipsval/samples.
+DefaultLocations DefaultLocationsFor(const std::string& executable_dir);
+DefaultLocations Defaults();  // for this process's executable
+
+// Fills every setting that is still empty: data_dir and samples_dir from
+// Defaults(); the configuration from Defaults() when no data directory was
+// given, else DIR/vpn.cfg; digests, error log and error-mode file in the
+// data directory; the firmware image is the loaded fipsval library.
 void ApplyDefaultPaths(HostSettings& settings);
 
 }  // namespace fipsval::host

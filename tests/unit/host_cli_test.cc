@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "host/core/host_settings.h"
 #include "tests/support/test_env.h"
 
 extern char** environ;
@@ -237,13 +238,94 @@ TEST(HostCliRun, StagesCollectsAndCleansUp) {
 TEST(HostCliHelp, SaysWhatEachCommandDoesTheFixedPathsAndExitCodes) {
   const Result r = Fipsval({"--help"});
   EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.err, "");
   for (const char* text : {"/tmp/req", "/tmp/resp", "/data/etc/katfail", "/dev/urandom",
-                           "exit status", "selftest", "verify"}) {
+                           "exit status", "selftest", "verify", "-q, --quiet",
+                           "-v, --verbose", "--version", "/var/lib/fipsval",
+                           "/etc/fipsval/vpn.cfg", "\nCTR_DRBG tests: "}) {
     EXPECT_NE(r.out.find(text), std::string::npos) << text;
   }
+  EXPECT_EQ(r.out.find("CTR_DRBG tests on this machine"), std::string::npos);
+  const Result entropy = Fipsval({"help", "entropy"});
+  EXPECT_NE(entropy.out.find("\"Min-Entropy Total = COUNT\""), std::string::npos);
+  EXPECT_NE(entropy.out.find("1280 lower-case hex digits"), std::string::npos);
   const Result run = Fipsval({"run", "--help"});
   EXPECT_NE(run.out.find("Exit: 0"), std::string::npos);
-  EXPECT_EQ(Fipsval({"frobnicate"}).status, 2);
+  // Usage errors: a message on standard error, nothing on standard output.
+  for (const std::vector<std::string>& args :
+       std::vector<std::vector<std::string>>{{"frobnicate"}, {}, {"help", "nope"}}) {
+    const Result bad = Fipsval(args);
+    EXPECT_EQ(bad.status, 2);
+    EXPECT_EQ(bad.out, "");
+    EXPECT_NE(bad.err.find("(see fipsval --help)"), std::string::npos) << bad.err;
+  }
+}
+
+TEST(HostCliOptions, VersionIsTheProjectsAndQuietVerboseStandAnywhere) {
+  const std::string cmake = ReadFile(FIPSVAL_SOURCE_DIR "/CMakeLists.txt");
+  const std::size_t at = cmake.find("project(fipsval VERSION ");
+  ASSERT_NE(at, std::string::npos);
+  const std::string version = cmake.substr(at + 24, cmake.find_first_of(" )", at + 24) - at - 24);
+  const Result r = Fipsval({"list", "--version"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "fipsval " + version + "\n");
+
+  const Result list = Fipsval({"list"});
+  ASSERT_EQ(list.status, 0) << list.err;
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+           {"-q", "list"}, {"list", "-v"}, {"--quiet", "list", "--verbose"}}) {
+    const Result same = Fipsval(args);
+    EXPECT_EQ(same.status, 0) << args[0] << same.err;
+    EXPECT_EQ(same.out, list.out);
+  }
+}
+
+// Where an installed program looks for its files, by where it is installed.
+TEST(HostCliLocations, FollowTheInstallationPrefix) {
+  const struct {
+    const char* bin;
+    const char* data_dir;
+    const char* config;
+    const char* samples;
+  } cases[] = {
+      {"/usr/bin", "/var/lib/fipsval", "/etc/fipsval/vpn.cfg", "/usr/share/fipsval/samples"},
+      {"/usr/local/bin", "/usr/local/var/lib/fipsval", "/usr/local/etc/fipsval/vpn.cfg",
+       "/usr/local/share/fipsval/samples"},
+      {"/tmp/root/usr/bin/", "/tmp/root/var/lib/fipsval", "/tmp/root/etc/fipsval/vpn.cfg",
+       "/tmp/root/usr/share/fipsval/samples"},
+      {"/opt/fv/bin", "/opt/fv/var/lib/fipsval", "/opt/fv/etc/fipsval/vpn.cfg",
+       "/opt/fv/share/fipsval/samples"},
+  };
+  for (const auto& c : cases) {
+    const host::DefaultLocations d = host::DefaultLocationsFor(c.bin);
+    EXPECT_FALSE(d.build_tree) << c.bin;
+    EXPECT_EQ(d.data_dir, c.data_dir);
+    EXPECT_EQ(d.config, c.config);
+    EXPECT_EQ(d.samples_dir, c.samples);
+  }
+  const std::string program = FIPSVAL_CLI;
+  const host::DefaultLocations built =
+      host::DefaultLocationsFor(program.substr(0, program.rfind('/')));
+  EXPECT_TRUE(built.build_tree);
+  EXPECT_EQ(built.data_dir, program.substr(0, program.rfind('/')) + "/fipsval-data");
+  EXPECT_EQ(built.samples_dir, FIPSVAL_SOURCE_DIR "/samples");
+}
+
+// The README shows the example host that the install test builds, and its
+// command table has every command of the help.
+TEST(HostCliReadme, ShowsTheTestedExampleAndEveryCommand) {
+  const std::string readme = ReadFile(FIPSVAL_SOURCE_DIR "/README.md");
+  const std::string example = ReadFile(FIPSVAL_SOURCE_DIR "/tests/install/example_host.c");
+  ASSERT_FALSE(example.empty());
+  EXPECT_NE(readme.find("```c\n" + example + "```\n"), std::string::npos);
+
+  const std::string help = Fipsval({"--help"}).out;
+  std::size_t at = help.find("commands:\n");
+  ASSERT_NE(at, std::string::npos);
+  for (at += 10; help.compare(at, 2, "  ") == 0; at = help.find('\n', at) + 1) {
+    const std::string name = help.substr(at + 2, help.find_first_of(" \n", at + 2) - at - 2);
+    EXPECT_NE(readme.find("| `" + name), std::string::npos) << name;
+  }
 }
 
 }  // namespace
