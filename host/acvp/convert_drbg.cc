@@ -28,22 +28,26 @@ std::string GroupProblem(const Fields& g) {
   const auto additional = g.Int("additionalInputLen");
   const auto returned = g.Int("returnedBitsLen");
   if (g.failed()) return "";
-  if (*mode != "AES-256") return "mode \"" + *mode + "\": the driver's DRBG is AES-256";
-  if (!*df) return "no derivation function: the driver's DRBG uses one";
-  if (*pr) return "prediction resistance: the runner's tests have none";
-  if (!*reseed) return "no reseed: the runner's tests reseed once";
+  std::string problems;
+  const auto add = [&problems](const std::string& problem) {
+    problems += (problems.empty() ? "" : "; ") + problem;
+  };
+  if (*mode != "AES-256") add("mode \"" + *mode + "\": the driver's DRBG is AES-256");
+  if (!*df) add("no derivation function: the driver's DRBG uses one");
+  if (*pr) add("prediction resistance: the runner's tests have none");
+  if (!*reseed) add("no reseed: the runner's tests reseed once");
   const auto sizes = [](long long bits) { return std::to_string(bits) + " bits"; };
   if (*entropy != kEntropyBits || *nonce != kNonceBits ||
       (*perso != 0 && *perso != kInputBits) ||
       (*additional != 0 && *additional != kInputBits) || *returned <= 0 ||
       *returned % 8 != 0 || *returned > kMaxReturnedBits) {
-    return "entropy " + sizes(*entropy) + ", nonce " + sizes(*nonce) +
-           ", personalization " + sizes(*perso) + ", additional input " +
-           sizes(*additional) + ", returned " + sizes(*returned) +
-           ": the driver's parameter block holds 256-bit entropy, a 128-bit "
-           "nonce, empty or 256-bit other inputs and up to 512 returned bits";
+    add("entropy " + sizes(*entropy) + ", nonce " + sizes(*nonce) +
+        ", personalization " + sizes(*perso) + ", additional input " +
+        sizes(*additional) + ", returned " + sizes(*returned) +
+        ": the driver's parameter block holds 256-bit entropy, a 128-bit "
+        "nonce, empty or 256-bit other inputs and up to 512 returned bits");
   }
-  return "";
+  return problems;
 }
 
 bool CheckLength(const Fields& t, const char* name, const std::string& hex,
