@@ -21,6 +21,12 @@ bool ReadGroups(const Json& prompt, std::vector<Item>* groups,
     const Fields fields(group, "testGroups[" + std::to_string(i) + "]", error);
     const auto tg_id = fields.Int("tgId");
     if (!tg_id || !fields.Array("tests")) return false;
+    for (const Item& seen : *groups) {
+      if (seen.id == *tg_id) {
+        fields.Fail("tgId", "repeats " + std::to_string(*tg_id) + " of " + seen.place);
+        return false;
+      }
+    }
     groups->push_back({&group, GroupPlace(i, *tg_id), *tg_id});
   }
   return true;
@@ -35,6 +41,12 @@ bool ReadTests(const Item& group, std::vector<Item>* tests,
     const Fields fields(test, place, error);
     const auto tc_id = fields.Int("tcId");
     if (!tc_id) return false;
+    for (const Item& seen : *tests) {
+      if (seen.id == *tc_id) {
+        fields.Fail("tcId", "repeats " + std::to_string(*tc_id) + " of " + seen.place);
+        return false;
+      }
+    }
     tests->push_back({&test, place + " (tcId " + std::to_string(*tc_id) + ")",
                       *tc_id});
   }

@@ -50,6 +50,11 @@ std::string GroupProblem(const Fields& g) {
   return problems;
 }
 
+// The block has no lengths: an input of zeros reads as an empty one.
+bool AllZero(const std::string& hex) {
+  return !hex.empty() && hex.find_first_not_of('0') == std::string::npos;
+}
+
 bool CheckLength(const Fields& t, const char* name, const std::string& hex,
                  long long bits) {
   if (static_cast<long long>(hex.size()) * 4 == bits) return true;
@@ -91,6 +96,7 @@ void ConvertDrbg(const Json& prompt, Conversion* out) {
         "]\r\n[ReturnedBitsLen = " + std::to_string(returned_bits) + "]\r\n\r\n";
     RequestFile& file = by_length[returned_bits];
     std::vector<Slot> slots;
+    std::string unsupported;
     for (const Item& test : tests) {
       const Fields t(*test.json, test.place, &out->error);
       const auto entropy = t.Hex("entropyInput");
@@ -125,8 +131,15 @@ void ConvertDrbg(const Json& prompt, Conversion* out) {
         if (i == 0 && !CheckLength(o, "entropyInput", *more_entropy, kEntropyBits)) {
           return;
         }
+        if (AllZero(*input)) unsupported = "an additional input of zeros";
         inputs[i] = *input;
         if (i == 0) reseed_entropy = *more_entropy;
+      }
+      if (AllZero(*perso)) unsupported = "a personalization string of zeros";
+      if (!unsupported.empty()) {
+        unsupported += " (tcId " + std::to_string(test.id) +
+                       "): the driver's parameter block reads it as an empty one";
+        break;
       }
       text += "COUNT = " + std::to_string(file.slots.size() + slots.size()) +
               "\r\nEntropyInput = " + *entropy + "\r\nNonce = " + *nonce +
@@ -136,6 +149,10 @@ void ConvertDrbg(const Json& prompt, Conversion* out) {
               "\r\nAdditionalInput = " + inputs[1] +
               "\r\nAdditionalInput = " + inputs[2] + "\r\n\r\n";
       slots.push_back({group.id, test.id, 1});
+    }
+    if (!unsupported.empty()) {
+      out->unanswered.push_back({group.id, unsupported});
+      continue;
     }
     if (file.text.empty()) {
       file.suite = "DRBG800-90A";
@@ -147,7 +164,9 @@ void ConvertDrbg(const Json& prompt, Conversion* out) {
     file.text += text;
     file.slots.insert(file.slots.end(), slots.begin(), slots.end());
   }
-  for (auto& [bits, file] : by_length) out->files.push_back(std::move(file));
+  for (auto& [bits, file] : by_length) {
+    if (!file.slots.empty()) out->files.push_back(std::move(file));
+  }
 }
 
 }  // namespace fipsval::acvp::internal

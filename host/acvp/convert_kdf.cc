@@ -87,7 +87,7 @@ void ConvertSsh(const Json& prompt, Conversion* out) {
         break;
       }
       if (secret_bits == 0) secret_bits = k->size() * 4;
-      lines += "COUNT = " + std::to_string(count + static_cast<int>(&test - tests.data())) +
+      lines += "COUNT = " + std::to_string(count++) +
                "\r\nK = " + *k + "\r\nH = " + *h + "\r\nsession_id = " + *session +
                "\r\n\r\n";
     }
@@ -95,7 +95,6 @@ void ConvertSsh(const Json& prompt, Conversion* out) {
       out->unanswered.push_back({group.id, unsupported});
       continue;
     }
-    count += static_cast<int>(tests.size());
     file.text += std::string(*hash == "SHA-1" ? "[SHA-1]" : "[SHA-256]") +
                  "\r\n[shared secret length = " + std::to_string(secret_bits) +
                  "]\r\n[IV length = " + std::to_string(chosen->iv_bits) +

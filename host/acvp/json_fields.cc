@@ -73,7 +73,7 @@ const Json* Fields::Get(std::string_view name, std::string_view kind) const {
                   : kind == "boolean" ? it->is_boolean()
                                       : it->is_array();
   if (!ok) {
-    Fail(name, "is not " + std::string(kind == "integer" ? "an " : "a ") +
+    Fail(name, "is not " + std::string(kind == "integer" || kind == "array" ? "an " : "a ") +
                    std::string(kind));
     return nullptr;
   }
