@@ -65,8 +65,8 @@ std::vector<unsigned char> Bytes(const std::string& hex) {
 
 // PKCS#1 v1.5 verification of `signature` over `message` under (n, e).
 std::string VerifySignature(const std::string& n_hex, const std::string& e_hex,
-                            const std::string& hash, const std::string& message,
-                            const std::string& signature) {
+                            long long modulus_bits, const std::string& hash,
+                            const std::string& message, const std::string& signature) {
   int nid = NID_undef;
   if (hash == "SHA-1") nid = NID_sha1;
   if (hash == "SHA2-224") nid = NID_sha224;
@@ -89,6 +89,10 @@ std::string VerifySignature(const std::string& n_hex, const std::string& e_hex,
   }
   n_owner.release();
   e_owner.release();
+  if (BN_num_bits(n) != modulus_bits) {
+    return "n has " + std::to_string(BN_num_bits(n)) + " bits, the group asks for " +
+           std::to_string(modulus_bits);
+  }
   const std::vector<unsigned char> msg = Bytes(message);
   const std::vector<unsigned char> sig = Bytes(signature);
   unsigned char digest[EVP_MAX_MD_SIZE];
@@ -193,12 +197,13 @@ CheckTally CheckResponse(const Json& expected, const Json& response, const Json*
                    !answered_group.value("e", Json()).is_string() ||
                    !it->second->value("signature", Json()).is_string() ||
                    !asked_test->value("message", Json()).is_string() ||
-                   !group.value("hashAlg", Json()).is_string()) {
-          problem = "n, e, signature, message or hashAlg is missing";
+                   !group.value("hashAlg", Json()).is_string() ||
+                   !group.value("modulo", Json()).is_number_integer()) {
+          problem = "n, e, signature, message, hashAlg or modulo is missing";
         } else {
           problem = VerifySignature(answered_group["n"].get<std::string>(),
                                     answered_group["e"].get<std::string>(),
-                                    group["hashAlg"].get<std::string>(),
+                                    group["modulo"].get<long long>(), group["hashAlg"].get<std::string>(),
                                     (*asked_test)["message"].get<std::string>(),
                                     (*it->second)["signature"].get<std::string>());
         }

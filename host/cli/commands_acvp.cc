@@ -80,8 +80,12 @@ int AnswerOne(const fs::path& prompt_path, const fs::path& output) {
   }
   const std::string text = outcome.response.dump(2) + "\n";
   if (output.empty()) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fflush(stdout);
+    const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    if (std::fflush(stdout) != 0 || !written) {
+      std::fprintf(stderr, "fipsval: cannot write the response to standard output: %s\n",
+                   std::strerror(errno));
+      return kFailed;
+    }
   } else if (!WriteOutput(output, text)) {
     return kFailed;
   }
