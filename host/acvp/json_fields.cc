@@ -1,9 +1,12 @@
 #include "host/acvp/json_fields.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cctype>
-#include <fstream>
-#include <iterator>
-#include <sstream>
+#include <cerrno>
+#include <cstring>
 
 namespace fipsval::acvp {
 
@@ -30,18 +33,34 @@ bool ParseJsonText(std::string_view text, std::string_view origin, Json* out,
 }
 
 bool LoadJsonFile(const std::string& path, Json* out, std::string* error) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    *error = path + ": cannot be read";
+  // Non-blocking, so that a FIFO in place of the file cannot hold the
+  // program; only a regular file is read.
+  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
+    *error = path + ": cannot be read: " + std::strerror(errno);
     return false;
   }
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (in.bad()) {
-    *error = path + ": read error";
+  struct stat st {};
+  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    close(fd);
+    *error = path + ": not a regular file";
     return false;
   }
-  return ParseJsonText(text.str(), path, out, error);
+  std::string text;
+  char buffer[65536];
+  for (;;) {
+    const ssize_t n = read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) {
+      *error = path + ": read error: " + std::strerror(errno);
+      close(fd);
+      return false;
+    }
+    if (n == 0) break;
+    text.append(buffer, static_cast<std::size_t>(n));
+  }
+  close(fd);
+  return ParseJsonText(text, path, out, error);
 }
 
 Fields::Fields(const Json& object, std::string where, std::string* error)

@@ -173,6 +173,15 @@ TEST(AcvpConversion, BadDocumentsGiveOneLineNamingTheField) {
   }
 }
 
+TEST(AcvpConversion, OnlyARegularFileIsReadAsADocument) {
+  Json j;
+  std::string error;
+  EXPECT_FALSE(LoadJsonFile("/tmp", &j, &error));
+  EXPECT_EQ(error, "/tmp: not a regular file");
+  EXPECT_FALSE(LoadJsonFile("/tmp/absent.json", &j, &error));
+  EXPECT_EQ(error, "/tmp/absent.json: cannot be read: No such file or directory");
+}
+
 // Runs a conversion's single file against a response text.
 Outcome Answer(const Json& prompt, const std::string& response) {
   const Conversion conversion = ConvertVectorSet(prompt);
