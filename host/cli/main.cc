@@ -75,7 +75,7 @@ const Command kCommands[] = {
      "expected answers but no response; --partial passes a response that stops\n"
      "early when every line it has matches. Exit: 0 nothing failed; 1 otherwise.",
      RunVerify},
-    {"acvp", "acvp PROMPT.json|DIR [--output PATH] | acvp --check EXPECTED.json RESPONSE.json",
+    {"acvp", "acvp PROMPT.json|DIR [--output PATH] | --check EXPECTED RESPONSE [--prompt P]",
      "Answers an ACVP vector set with the library's suites: each test group a\n"
      "suite can answer is written as a CAVP request file in a private temporary\n"
      "tree, the suites run over it, and the answers are mapped back to their\n"
