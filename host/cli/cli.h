@@ -49,4 +49,7 @@ SuiteSelection SelectSuites(const Args& args, const char* command);
 // commands_verify.cc
 int RunVerify(const Args& args);
 
+// commands_acvp.cc
+int RunAcvp(const Args& args);
+
 }  // namespace fipsval::host

@@ -85,6 +85,20 @@ const Command kCommands[] = {
      "--partial lets a response end before its .fax (shortened requests).\n"
      "Exit: 0 every response complete and right; 1 otherwise, or nothing checked.",
      RunVerify},
+    {"acvp", "acvp PROMPT.json|DIR [--output PATH] | --check EXPECTED RESPONSE [--prompt P]",
+     "Answers an ACVP vector set with the library's suites: each test group a\n"
+     "suite can answer is written as a CAVP request file in a private temporary\n"
+     "tree, the suites run over it, and the answers are mapped back to their\n"
+     "tcIds. The response JSON goes to --output PATH (default: standard output);\n"
+     "for a directory, every prompt.json below it is answered to response.json\n"
+     "beside it (or under --output DIR). Groups that cannot be answered are\n"
+     "listed with their reason (standard error and \"notAnswered\").\n"
+     "--check compares a response with the expected results test by test (RSA\n"
+     "signatures are verified with the reported n and e over the prompt's\n"
+     "messages: prompt.json beside EXPECTED.json, or --prompt FILE).\n"
+     "Exit: 0 answered (checked: all passed); 1 nothing answerable, a test not\n"
+     "answered or a check failed; 2 usage, malformed JSON or a bad field.",
+     RunAcvp},
     {"list", "list",
      "Lists every suite with its CAVP directory and request files, then the\n"
      "names of the lists that --list takes.\nExit: 0.",
