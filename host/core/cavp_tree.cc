@@ -347,6 +347,13 @@ UniqueFd OpenGivenDirectory(const std::string& path, bool create, std::string* w
 void PrintSummary(const RunOptions& options, const std::vector<TreeFile>& files,
                   const std::vector<std::string>& unhandled, const std::string& root,
                   double seconds) {
+  // A suite none of whose files is in the tree gets one line, not one a file.
+  std::set<const fips_tv*> absent;
+  for (const TreeFile& file : files) absent.insert(file.suite);
+  for (const TreeFile& file : files) {
+    if (file.plan != Plan::kMissing) absent.erase(file.suite);
+  }
+  std::set<const fips_tv*> shown;
   int answered = 0, errors = 0, not_answered = 0, missing = 0;
   for (const TreeFile& file : files) {
     const FileRecord& r = file.record;
@@ -361,6 +368,14 @@ void PrintSummary(const RunOptions& options, const std::vector<TreeFile>& files,
       ++not_answered;
     }
     if (options.verbosity == 0 && !problem) continue;
+    if (options.verbosity == 1 && absent.count(file.suite)) {
+      if (shown.insert(file.suite).second) {
+        std::printf("%-12s %s: no request file of suite %s\n", "not answered",
+                    Join(Join(options.tree, file.suite->dir), "req").c_str(),
+                    file.suite->name);
+      }
+      continue;
+    }
     const char* label = r.outcome == Outcome::kAnswered      ? "answered"
                         : r.outcome == Outcome::kRunnerError ? "runner error"
                                                              : "not answered";

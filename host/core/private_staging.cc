@@ -4,11 +4,13 @@
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -102,7 +104,6 @@ UniqueFd OpenOwnDirectory(const char* path, std::string* why) {
 
 namespace {
 
-
 bool TakeLock(UniqueFd* lock, std::string* why) {
   constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
   UniqueFd fd(open(kLockPath, kFlags));
@@ -164,6 +165,8 @@ pid_t StartStaged(const Staging& staging, int stdout_fd,
   std::fflush(nullptr);
   const pid_t child = fork();
   if (child != 0) return child;
+  // The run ends with fipsval: an orphan must not go on writing responses.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (stdout_fd >= 0 && dup2(stdout_fd, STDOUT_FILENO) < 0) _exit(kStagingFailed);
   if (staging.kind != StagingKind::kLockedShared && !EnterPrivateTmp(staging.kind)) {
     std::fprintf(stderr, "fipsval: cannot make /tmp/req and /tmp/resp private: %s\n",
