@@ -240,7 +240,7 @@ TEST(HostRunSummary, EveryRequestFileGetsAnOutcomeAndTheStatusFollows) {
        "not-answered"},
       {"HMAC/req/HMAC.req", Crlf(kHmacRequest) + "Count = 1",
        "line 8: last line does not end in CR LF", "not-answered"},
-      {"HMAC/req/HMAC.req", "", "not answered /tmp/tree/HMAC/req/HMAC.req: no request file",
+      {"HMAC/req/HMAC.req", "", "not answered /tmp/tree/HMAC/req: no request file of suite HMAC",
        "not-answered"},
   };
   for (const auto& c : kCases) {
