@@ -5,8 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -37,10 +37,10 @@ enum class Plan { kRun, kMissing, kRefused };
 struct TreeFile {
   const fips_tv* suite = nullptr;
   std::string name;
-  std::string request_path;   // as the user knows it
+  std::string request_path;  // as the user knows it
   std::string response_path;
   Plan plan = Plan::kMissing;
-  std::string request;        // the request text, for kRun
+  std::string request;  // the request text, for kRun
   FileRecord record;
   std::vector<std::string> runner_lines;
   bool ended = false;
@@ -76,8 +76,10 @@ void CheckRequestText(TreeFile& file) {
   std::string message = "not run, the library cannot read it right:";
   for (const RequestFinding& finding : findings) {
     std::fprintf(stderr, "fipsval: warning: %s line %d: %s\n",
-                 file.request_path.c_str(), finding.line, finding.cause.c_str());
-    message += " line " + std::to_string(finding.line) + ": " + finding.cause + ";";
+                 file.request_path.c_str(), finding.line,
+                 finding.cause.c_str());
+    message +=
+        " line " + std::to_string(finding.line) + ": " + finding.cause + ";";
   }
   message.pop_back();
   file.plan = Plan::kRefused;
@@ -86,8 +88,9 @@ void CheckRequestText(TreeFile& file) {
 }
 
 // Request files in the selected suites' req folders that no suite reads.
-std::vector<std::string> UnhandledRequests(int tree, const std::string& tree_name,
-                                           const std::vector<const fips_tv*>& suites) {
+std::vector<std::string> UnhandledRequests(
+    int tree, const std::string& tree_name,
+    const std::vector<const fips_tv*>& suites) {
   std::set<std::string> handled;
   for (const fips_tv* suite : AllSuites()) {
     for (const char* const* name = suite->get_filenames(); *name; ++name) {
@@ -100,7 +103,8 @@ std::vector<std::string> UnhandledRequests(int tree, const std::string& tree_nam
   for (const std::string& dir_name : dirs) {
     std::string why;
     UniqueFd dir = OpenDirBelow(tree, dir_name, false, &why);
-    UniqueFd req = dir ? OpenDirBelow(dir.get(), "req", false, &why) : UniqueFd();
+    UniqueFd req =
+        dir ? OpenDirBelow(dir.get(), "req", false, &why) : UniqueFd();
     DIR* listing = req ? fdopendir(req.Release()) : nullptr;
     if (!listing) continue;
     std::set<std::string> names;
@@ -119,14 +123,17 @@ std::vector<std::string> UnhandledRequests(int tree, const std::string& tree_nam
 }
 
 bool WriteRecord(int root, const RunRecord& record, std::string* why) {
-  return ReplaceFileBelow(root, kRunRecordName, RunRecordJson(record), 0644, why);
+  return ReplaceFileBelow(root, kRunRecordName, RunRecordJson(record), 0644,
+                          why);
 }
 
 std::string Nonce() {
   std::random_device device;
   char text[40];
-  std::snprintf(text, sizeof text, "\x1f" "fipsval-%08x%08x%08x ", device(), device(),
-                device());
+  std::snprintf(text, sizeof text,
+                "\x1f"
+                "fipsval-%08x%08x%08x ",
+                device(), device(), device());
   return text;
 }
 
@@ -152,14 +159,16 @@ void StageAndRun(const TreeFile& file, int index, const std::string& marker,
   RemoveFileBelow(staging.request, request, &why);
 
   std::string content;
-  if (!ReadFileBelow(staging.response, response, kMaxResponseBytes, &content, &why)) {
+  if (!ReadFileBelow(staging.response, response, kMaxResponseBytes, &content,
+                     &why)) {
     std::printf("%send %d missing\n", marker.c_str(), index);
     std::fflush(stdout);
     return;
   }
   RemoveFileBelow(staging.response, response, &why);
   UniqueFd dir = OpenDirBelow(root, file.suite->dir, true, &why);
-  UniqueFd resp = dir ? OpenDirBelow(dir.get(), "resp", true, &why) : UniqueFd();
+  UniqueFd resp =
+      dir ? OpenDirBelow(dir.get(), "resp", true, &why) : UniqueFd();
   if (resp && ReplaceFileBelow(resp.get(), response, content, 0644, &why)) {
     std::printf("%send %d ok\n", marker.c_str(), index);
   } else {
@@ -204,7 +213,9 @@ class OutputSorter {
     if (line.starts_with("Running file ") && line.substr(13) != name) return;
     if (IsSuiteTitle(line)) {
       if (options_.verbosity >= 1 && current_ &&
-          titles_.insert(std::string(current_->suite->name) + "/" + std::string(line))
+          titles_
+              .insert(std::string(current_->suite->name) + "/" +
+                      std::string(line))
               .second) {
         Relay(line);
       }
@@ -227,7 +238,8 @@ class OutputSorter {
     std::printf("%s\n", Printable(line).c_str());
   }
 
-  static void Replace(std::string* text, const std::string& from, const std::string& to) {
+  static void Replace(std::string* text, const std::string& from,
+                      const std::string& to) {
     const std::size_t at = text->find(from);
     if (at != std::string::npos) text->replace(at, from.size(), to);
   }
@@ -275,16 +287,20 @@ class OutputSorter {
     }
     FileRecord& record = file.record;
     std::string joined;
-    for (const std::string& e : errors) joined += (joined.empty() ? "" : "; ") + e;
+    for (const std::string& e : errors)
+      joined += (joined.empty() ? "" : "; ") + e;
     if (result.starts_with("ok")) {
-      record.outcome = errors.empty() ? Outcome::kAnswered : Outcome::kRunnerError;
+      record.outcome =
+          errors.empty() ? Outcome::kAnswered : Outcome::kRunnerError;
       record.message = errors.empty() ? note : joined;
     } else if (result.starts_with("missing")) {
-      record.outcome = errors.empty() ? Outcome::kNotAnswered : Outcome::kRunnerError;
+      record.outcome =
+          errors.empty() ? Outcome::kNotAnswered : Outcome::kRunnerError;
       record.message = errors.empty() ? "the suite wrote no response" : joined;
     } else {
       record.outcome = Outcome::kNotAnswered;
-      std::string_view why = result.substr(std::min<std::size_t>(6, result.size()));
+      std::string_view why =
+          result.substr(std::min<std::size_t>(6, result.size()));
       record.message = Printable(why) + (joined.empty() ? "" : "; " + joined);
     }
   }
@@ -334,7 +350,8 @@ std::string Absolute(const std::string& path) {
   return realpath(path.c_str(), resolved) ? std::string(resolved) : path;
 }
 
-UniqueFd OpenGivenDirectory(const std::string& path, bool create, std::string* why) {
+UniqueFd OpenGivenDirectory(const std::string& path, bool create,
+                            std::string* why) {
   if (create && mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) {
     *why = std::strerror(errno);
     return {};
@@ -345,8 +362,8 @@ UniqueFd OpenGivenDirectory(const std::string& path, bool create, std::string* w
 }
 
 void PrintSummary(const RunOptions& options, const std::vector<TreeFile>& files,
-                  const std::vector<std::string>& unhandled, const std::string& root,
-                  double seconds) {
+                  const std::vector<std::string>& unhandled,
+                  const std::string& root, double seconds) {
   // A suite none of whose files is in the tree gets one line, not one a file.
   std::set<const fips_tv*> absent;
   for (const TreeFile& file : files) absent.insert(file.suite);
@@ -357,7 +374,8 @@ void PrintSummary(const RunOptions& options, const std::vector<TreeFile>& files,
   int answered = 0, errors = 0, not_answered = 0, missing = 0;
   for (const TreeFile& file : files) {
     const FileRecord& r = file.record;
-    const bool problem = file.plan != Plan::kMissing && r.outcome != Outcome::kAnswered;
+    const bool problem =
+        file.plan != Plan::kMissing && r.outcome != Outcome::kAnswered;
     if (file.plan == Plan::kMissing) {
       ++missing;
     } else if (r.outcome == Outcome::kAnswered) {
@@ -384,13 +402,15 @@ void PrintSummary(const RunOptions& options, const std::vector<TreeFile>& files,
   }
   if (options.verbosity >= 1) {
     for (const std::string& path : unhandled) {
-      std::printf("%-12s %s: no suite reads this file\n", "not handled", path.c_str());
+      std::printf("%-12s %s: no suite reads this file\n", "not handled",
+                  path.c_str());
     }
   }
   std::printf(
       "run: %d answered, %d runner errors, %d not answered, %d without request "
       "file, %zu not handled; responses in %s/<DIR>/resp; %.1f s\n",
-      answered, errors, not_answered, missing, unhandled.size(), root.c_str(), seconds);
+      answered, errors, not_answered, missing, unhandled.size(), root.c_str(),
+      seconds);
 }
 
 }  // namespace
@@ -412,8 +432,8 @@ int RunTree(const RunOptions& options) {
   std::string why;
   UniqueFd tree = OpenGivenDirectory(options.tree, false, &why);
   if (!tree) {
-    std::fprintf(stderr, "fipsval: %s is not a directory (%s)\n", options.tree.c_str(),
-                 why.c_str());
+    std::fprintf(stderr, "fipsval: %s is not a directory (%s)\n",
+                 options.tree.c_str(), why.c_str());
     return 1;
   }
   if (!TreeHasRequests(options.tree, options.suites)) {
@@ -423,7 +443,8 @@ int RunTree(const RunOptions& options) {
                  options.tree.c_str());
     return 1;
   }
-  const std::string root_name = options.output.empty() ? options.tree : options.output;
+  const std::string root_name =
+      options.output.empty() ? options.tree : options.output;
   UniqueFd root = options.output.empty()
                       ? UniqueFd(dup(tree.get()))
                       : OpenGivenDirectory(options.output, true, &why);
@@ -462,7 +483,8 @@ int RunTree(const RunOptions& options) {
     return 1;
   }
   if (options.verbosity >= 2) {
-    std::fprintf(stderr, "fipsval: staging: %s\n", DescribeStaging(staging.kind));
+    std::fprintf(stderr, "fipsval: staging: %s\n",
+                 DescribeStaging(staging.kind));
   }
 
   RunRecord record;
@@ -470,9 +492,11 @@ int RunTree(const RunOptions& options) {
   record.started = UtcNow();
   for (const TreeFile& file : files) record.files.push_back(file.record);
   if (!WriteRecord(root.get(), record, &why)) {
-    std::fprintf(stderr, "fipsval: cannot write %s in %s: %s%s\n", kRunRecordName,
-                 root_name.c_str(), why.c_str(),
-                 options.output.empty() ? " (use --output DIR for a read-only tree)" : "");
+    std::fprintf(stderr, "fipsval: cannot write %s in %s: %s%s\n",
+                 kRunRecordName, root_name.c_str(), why.c_str(),
+                 options.output.empty()
+                     ? " (use --output DIR for a read-only tree)"
+                     : "");
     return 1;
   }
 
@@ -482,11 +506,12 @@ int RunTree(const RunOptions& options) {
     TreeFile& file = files[i];
     if (file.plan == Plan::kMissing) continue;
     UniqueFd dir = OpenDirBelow(root.get(), file.suite->dir, false, &why);
-    UniqueFd resp = dir ? OpenDirBelow(dir.get(), "resp", false, &why) : UniqueFd();
+    UniqueFd resp =
+        dir ? OpenDirBelow(dir.get(), "resp", false, &why) : UniqueFd();
     if (resp && !RemoveFileBelow(resp.get(), file.name + ".rsp", &why)) {
       file.plan = Plan::kRefused;
-      file.record.message = "cannot remove the old response " + file.response_path +
-                            ": " + why;
+      file.record.message =
+          "cannot remove the old response " + file.response_path + ": " + why;
       continue;
     }
     if (file.plan == Plan::kRun) to_run.push_back(static_cast<int>(i));
@@ -496,21 +521,25 @@ int RunTree(const RunOptions& options) {
   if (!to_run.empty()) {
     int pipe_fds[2];
     if (pipe2(pipe_fds, O_CLOEXEC) != 0) {
-      std::fprintf(stderr, "fipsval: cannot create a pipe: %s\n", std::strerror(errno));
+      std::fprintf(stderr, "fipsval: cannot create a pipe: %s\n",
+                   std::strerror(errno));
       return 1;
     }
     const std::string marker = Nonce();
     const int root_fd = root.get();
-    const pid_t child = StartStaged(staging, pipe_fds[1], [&](const StagingDirs& dirs) {
-      close(pipe_fds[0]);
-      setvbuf(stdout, nullptr, _IOLBF, 0);
-      for (int index : to_run) StageAndRun(files[index], index, marker, dirs, root_fd);
-      return 0;
-    });
+    const pid_t child =
+        StartStaged(staging, pipe_fds[1], [&](const StagingDirs& dirs) {
+          close(pipe_fds[0]);
+          setvbuf(stdout, nullptr, _IOLBF, 0);
+          for (int index : to_run)
+            StageAndRun(files[index], index, marker, dirs, root_fd);
+          return 0;
+        });
     close(pipe_fds[1]);
     if (child < 0) {
       close(pipe_fds[0]);
-      std::fprintf(stderr, "fipsval: cannot start the run: %s\n", std::strerror(errno));
+      std::fprintf(stderr, "fipsval: cannot start the run: %s\n",
+                   std::strerror(errno));
       return 1;
     }
     OutputSorter sorter(files, marker, options);
@@ -530,8 +559,8 @@ int RunTree(const RunOptions& options) {
     if (file.ended) continue;
     std::string runner;
     for (const std::string& line : file.runner_lines) runner += "; " + line;
-    file.record.outcome =
-        file.runner_lines.empty() ? Outcome::kNotAnswered : Outcome::kRunnerError;
+    file.record.outcome = file.runner_lines.empty() ? Outcome::kNotAnswered
+                                                    : Outcome::kRunnerError;
     file.record.message = (stopped.empty() ? "not run" : stopped) + runner;
   }
 
@@ -539,7 +568,8 @@ int RunTree(const RunOptions& options) {
   bool failed = !stopped.empty();
   for (const TreeFile& file : files) {
     record.files.push_back(file.record);
-    if (file.plan != Plan::kMissing && file.record.outcome != Outcome::kAnswered) {
+    if (file.plan != Plan::kMissing &&
+        file.record.outcome != Outcome::kAnswered) {
       failed = true;
     }
   }
@@ -551,7 +581,9 @@ int RunTree(const RunOptions& options) {
   }
   PrintSummary(options, files, unhandled, root_name, SecondsSince(start));
   if (to_run.empty()) {
-    std::fprintf(stderr, "fipsval: no request file of the selected suites could be run\n");
+    std::fprintf(
+        stderr,
+        "fipsval: no request file of the selected suites could be run\n");
     failed = true;
   }
   std::fflush(stdout);
@@ -566,33 +598,36 @@ int ExportEntropy(int count, const std::string& output_dir) {
     return 1;
   }
   const std::string target = output_dir.empty() ? "/tmp/resp" : output_dir;
-  UniqueFd dir = output_dir.empty() ? OpenOwnDirectory("/tmp/resp", &why)
-                                    : OpenGivenDirectory(output_dir, true, &why);
+  UniqueFd dir = output_dir.empty()
+                     ? OpenOwnDirectory("/tmp/resp", &why)
+                     : OpenGivenDirectory(output_dir, true, &why);
   if (!dir) {
-    std::fprintf(stderr, "fipsval: cannot write the samples to %s: %s\n", target.c_str(),
-                 why.c_str());
+    std::fprintf(stderr, "fipsval: cannot write the samples to %s: %s\n",
+                 target.c_str(), why.c_str());
     return 1;
   }
   int pipe_fds[2];
   if (pipe2(pipe_fds, O_CLOEXEC) != 0) return 1;
   const int dir_fd = dir.get();
-  const pid_t child = StartStaged(staging, pipe_fds[1], [&](const StagingDirs& dirs) {
-    close(pipe_fds[0]);
-    constexpr const char* kName = "entropy_samples";
-    std::string error;
-    RemoveFileBelow(dirs.response, kName, &error);
-    const int result = fips_tv_get_drbg_entropy_source(count);
-    std::fflush(stdout);
-    if (result < 0) return 2;
-    std::string content;
-    if (!ReadFileBelow(dirs.response, kName, kMaxResponseBytes, &content, &error) ||
-        !ReplaceFileBelow(dir_fd, kName, content, 0644, &error)) {
-      std::fprintf(stderr, "fipsval: cannot write %s/%s: %s\n", target.c_str(), kName,
-                   error.c_str());
-      return 1;
-    }
-    return 0;
-  });
+  const pid_t child =
+      StartStaged(staging, pipe_fds[1], [&](const StagingDirs& dirs) {
+        close(pipe_fds[0]);
+        constexpr const char* kName = "entropy_samples";
+        std::string error;
+        RemoveFileBelow(dirs.response, kName, &error);
+        const int result = fips_tv_get_drbg_entropy_source(count);
+        std::fflush(stdout);
+        if (result < 0) return 2;
+        std::string content;
+        if (!ReadFileBelow(dirs.response, kName, kMaxResponseBytes, &content,
+                           &error) ||
+            !ReplaceFileBelow(dir_fd, kName, content, 0644, &error)) {
+          std::fprintf(stderr, "fipsval: cannot write %s/%s: %s\n",
+                       target.c_str(), kName, error.c_str());
+          return 1;
+        }
+        return 0;
+      });
   close(pipe_fds[1]);
   if (child < 0) {
     close(pipe_fds[0]);
@@ -615,8 +650,9 @@ int ExportEntropy(int count, const std::string& output_dir) {
                  status == 2 ? " (the library returned an error)" : "");
     return 1;
   }
-  std::fprintf(stderr, "fipsval: %d samples of 640 bytes in %s/entropy_samples\n", count,
-               target.c_str());
+  std::fprintf(stderr,
+               "fipsval: %d samples of 640 bytes in %s/entropy_samples\n",
+               count, target.c_str());
   return 0;
 }
 

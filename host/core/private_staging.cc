@@ -45,8 +45,10 @@ bool EnterPrivateTmp(StagingKind kind) {
   } else if (unshare(CLONE_NEWNS) != 0) {
     return false;
   }
-  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return false;
-  if (mount("fipsval", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0700") != 0) {
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    return false;
+  if (mount("fipsval", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0700") !=
+      0) {
     return false;
   }
   for (const char* dir : kStagingDirs) {
@@ -78,7 +80,8 @@ UniqueFd OpenOwnDirectory(const char* path, std::string* why) {
     return {};
   }
   if (S_ISLNK(st.st_mode) || !S_ISDIR(st.st_mode)) {
-    *why = std::string(path) + " is not a directory (a link or a file): refused";
+    *why =
+        std::string(path) + " is not a directory (a link or a file): refused";
     return {};
   }
   UniqueFd fd(open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -96,7 +99,8 @@ UniqueFd OpenOwnDirectory(const char* path, std::string* why) {
     return {};
   }
   if ((st.st_mode & 07777) != 0700 && fchmod(fd.get(), 0700) != 0) {
-    *why = std::string("cannot make ") + path + " mode 0700: " + std::strerror(errno);
+    *why = std::string("cannot make ") + path +
+           " mode 0700: " + std::strerror(errno);
     return {};
   }
   return fd;
@@ -119,10 +123,12 @@ bool TakeLock(UniqueFd* lock, std::string* why) {
   }
   if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
     *why = errno == EWOULDBLOCK
-               ? std::string("another fipsval run or entropy export is using "
-                             "/tmp/req and /tmp/resp (lock ") + kLockPath +
-                     "): try again when it has finished"
-               : std::string("cannot lock ") + kLockPath + ": " + std::strerror(errno);
+               ? std::string(
+                     "another fipsval run or entropy export is using "
+                     "/tmp/req and /tmp/resp (lock ") +
+                     kLockPath + "): try again when it has finished"
+               : std::string("cannot lock ") + kLockPath + ": " +
+                     std::strerror(errno);
     return false;
   }
   *lock = std::move(fd);
@@ -132,8 +138,8 @@ bool TakeLock(UniqueFd* lock, std::string* why) {
 }  // namespace
 
 bool PrepareStaging(Staging* staging, std::string* why) {
-  for (StagingKind kind : {StagingKind::kPrivateNamespace,
-                           StagingKind::kPrivateUserNamespace}) {
+  for (StagingKind kind :
+       {StagingKind::kPrivateNamespace, StagingKind::kPrivateUserNamespace}) {
     if (kind == StagingKind::kPrivateNamespace && geteuid() != 0) continue;
     if (Probe(kind)) {
       staging->kind = kind;
@@ -167,9 +173,12 @@ pid_t StartStaged(const Staging& staging, int stdout_fd,
   if (child != 0) return child;
   // The run ends with fipsval: an orphan must not go on writing responses.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (stdout_fd >= 0 && dup2(stdout_fd, STDOUT_FILENO) < 0) _exit(kStagingFailed);
-  if (staging.kind != StagingKind::kLockedShared && !EnterPrivateTmp(staging.kind)) {
-    std::fprintf(stderr, "fipsval: cannot make /tmp/req and /tmp/resp private: %s\n",
+  if (stdout_fd >= 0 && dup2(stdout_fd, STDOUT_FILENO) < 0)
+    _exit(kStagingFailed);
+  if (staging.kind != StagingKind::kLockedShared &&
+      !EnterPrivateTmp(staging.kind)) {
+    std::fprintf(stderr,
+                 "fipsval: cannot make /tmp/req and /tmp/resp private: %s\n",
                  std::strerror(errno));
     _exit(kStagingFailed);
   }

@@ -18,7 +18,11 @@
 
 namespace fipsval::host {
 
-enum class StagingKind { kPrivateNamespace, kPrivateUserNamespace, kLockedShared };
+enum class StagingKind {
+  kPrivateNamespace,
+  kPrivateUserNamespace,
+  kLockedShared
+};
 
 struct Staging {
   StagingKind kind = StagingKind::kLockedShared;

@@ -6,6 +6,7 @@ namespace fipsval::host {
 namespace {
 
 // Field tags whose values the runners read as hexadecimal.
+// clang-format off
 constexpr std::array<std::string_view, 33> kHexTags = {
     "AdditionalInput", "AdditionalInputReseed", "CIPHERTEXT", "EntropyInput",
     "EntropyInputReseed", "H", "IV", "K", "KEY", "KEY1", "KEY2", "KEY3", "KEYs",
@@ -13,6 +14,7 @@ constexpr std::array<std::string_view, 33> kHexTags = {
     "seed", "clientHello_random", "client_random", "d", "e", "n", "p", "q",
     "prandom", "qrandom", "pre_master_secret", "serverHello_random",
     "server_random"};
+// clang-format on
 constexpr std::string_view kSessionId = "session_id";
 
 bool IsHexTag(std::string_view tag) {
@@ -24,7 +26,8 @@ bool IsHexTag(std::string_view tag) {
 }
 
 bool IsHexDigit(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') ||
+         (c >= 'A' && c <= 'F');
 }
 
 // The first character of a hex field's value that is not a hex digit.
@@ -37,7 +40,8 @@ std::string CheckHexField(std::string_view line) {
   while (!value.empty() && value.back() == '\r') value.remove_suffix(1);
   for (std::size_t i = 0; i < value.size(); ++i) {
     if (!IsHexDigit(value[i])) {
-      return std::string(tag) + " has a character that is not a hex digit at column " +
+      return std::string(tag) +
+             " has a character that is not a hex digit at column " +
              std::to_string(eq + 4 + i);
     }
   }
@@ -46,7 +50,8 @@ std::string CheckHexField(std::string_view line) {
 
 }  // namespace
 
-std::vector<RequestFinding> CheckRequest(std::string_view text, std::size_t limit) {
+std::vector<RequestFinding> CheckRequest(std::string_view text,
+                                         std::size_t limit) {
   std::vector<RequestFinding> findings;
   auto add = [&](int line, std::string cause) {
     if (findings.size() < limit) findings.push_back({line, std::move(cause)});
@@ -57,8 +62,8 @@ std::vector<RequestFinding> CheckRequest(std::string_view text, std::size_t limi
     ++number;
     const std::size_t lf = text.find('\n', start);
     const bool terminated = lf != std::string_view::npos;
-    std::string_view line =
-        text.substr(start, terminated ? lf - start + 1 : std::string_view::npos);
+    std::string_view line = text.substr(
+        start, terminated ? lf - start + 1 : std::string_view::npos);
     start = terminated ? lf + 1 : text.size();
     if (line.find('\0') != std::string_view::npos) {
       add(number, "NUL byte (the reader stops there)");

@@ -1,20 +1,30 @@
 #include "host/core/run_report.h"
 
-#include <ctime>
-
 #include <array>
+#include <ctime>
 #include <nlohmann/json.hpp>
 
 namespace fipsval::host {
 namespace {
 
 constexpr std::array<std::string_view, 17> kTitles = {
-    "TDES KAT",          "TDES KAT VARTEXT",  "TDES KAT INVPERM",
-    "TDES KAT VARKEY",   "TDES KAT PERMOP",   "TDES KAT SUBTAB",
-    "TDES MMT",          "TDES MCT",          "TDES MCT 1",
-    "TDES MCT 2",        "TDES MCT 3",        "Running PKCS1 tests",
-    "Running SigGen test", "Running SigVer test", "Running KeyGen tests",
-    "Running KeyGen test", "Running KeyGen KAT test"};
+    "TDES KAT",
+    "TDES KAT VARTEXT",
+    "TDES KAT INVPERM",
+    "TDES KAT VARKEY",
+    "TDES KAT PERMOP",
+    "TDES KAT SUBTAB",
+    "TDES MMT",
+    "TDES MCT",
+    "TDES MCT 1",
+    "TDES MCT 2",
+    "TDES MCT 3",
+    "Running PKCS1 tests",
+    "Running SigGen test",
+    "Running SigVer test",
+    "Running KeyGen tests",
+    "Running KeyGen test",
+    "Running KeyGen KAT test"};
 constexpr std::string_view kLastTitle = "Running KeyGen RP Prime test";
 
 bool AllDigits(std::string_view text) {
@@ -95,7 +105,8 @@ std::string RunRecordJson(const RunRecord& record) {
                                    : nlohmann::ordered_json(nullptr)},
       {"files", files}};
   // Request text echoed in a message need not be UTF-8: replace, not fail.
-  return json.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+  return json.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) +
+         "\n";
 }
 
 }  // namespace fipsval::host

@@ -46,7 +46,8 @@ std::string TemporaryName(std::string_view name) {
 
 std::string AccessError(int dirfd, std::string_view name, int error) {
   struct stat st;
-  if (fstatat(dirfd, std::string(name).c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
+  if (fstatat(dirfd, std::string(name).c_str(), &st, AT_SYMLINK_NOFOLLOW) ==
+      0) {
     if (S_ISLNK(st.st_mode)) return "it is a symbolic link (not followed)";
     if (error == ENOTDIR || error == ELOOP) return "not a directory";
   }
@@ -72,8 +73,9 @@ UniqueFd OpenDirBelow(int dirfd, std::string_view name, bool create,
 bool ReadFileBelow(int dirfd, std::string_view name, std::size_t max_bytes,
                    std::string* content, std::string* why) {
   const std::string n(name);
-  UniqueFd fd(openat(dirfd, n.c_str(),
-                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  UniqueFd fd(
+      openat(dirfd, n.c_str(),
+             O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (!fd) {
     *why = AccessError(dirfd, name, errno);
     return false;
@@ -115,7 +117,8 @@ bool ReplaceFileBelow(int dirfd, std::string_view name,
                       std::string* why) {
   const std::string temporary = TemporaryName(name);
   UniqueFd fd(openat(dirfd, temporary.c_str(),
-                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                     mode));
   if (!fd) {
     *why = std::strerror(errno);
     return false;
@@ -130,7 +133,8 @@ bool ReplaceFileBelow(int dirfd, std::string_view name,
     ok = false;
     error = errno;
   }
-  if (ok && renameat(dirfd, temporary.c_str(), dirfd, std::string(name).c_str()) != 0) {
+  if (ok && renameat(dirfd, temporary.c_str(), dirfd,
+                     std::string(name).c_str()) != 0) {
     ok = false;
     error = errno;
   }

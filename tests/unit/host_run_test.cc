@@ -5,13 +5,12 @@
 // is untouched, that the message names the cause, and that the legitimate
 // run is complete.
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <string>
@@ -43,10 +42,13 @@ pid_t Start(std::vector<std::string> args, const std::string& tag) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   const std::string out = "/tmp/" + tag + ".out", err = "/tmp/" + tag + ".err";
-  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(),
+                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_addopen(&actions, 2, err.c_str(),
+                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
   pid_t pid = -1;
-  if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid = -1;
+  if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0)
+    pid = -1;
   posix_spawn_file_actions_destroy(&actions);
   return pid;
 }
@@ -65,7 +67,8 @@ Result Finish(pid_t pid, const std::string& tag) {
 std::vector<std::string> As(int uid, std::vector<std::string> args) {
   if (uid < 0) return args;
   const std::string id = std::to_string(uid);
-  args.insert(args.begin(), {"setpriv", "--reuid=" + id, "--regid=" + id, "--clear-groups"});
+  args.insert(args.begin(),
+              {"setpriv", "--reuid=" + id, "--regid=" + id, "--clear-groups"});
   return args;
 }
 
@@ -76,18 +79,24 @@ Result Fipsval(std::vector<std::string> args, int uid = -1) {
 
 // Runs a shell command as the attacker.
 bool Attacker(const std::string& command) {
-  return Finish(Start(As(65534, {"sh", "-c", command}), "attacker"), "attacker").status == 0;
+  return Finish(Start(As(65534, {"sh", "-c", command}), "attacker"), "attacker")
+             .status == 0;
 }
 
-void Shell(const std::string& command) { ASSERT_EQ(std::system(command.c_str()), 0) << command; }
+void Shell(const std::string& command) {
+  ASSERT_EQ(std::system(command.c_str()), 0) << command;
+}
 
 class HostRun : public ::testing::Test {
  protected:
   void SetUp() override {
-    Shell("rm -rf /tmp/req /tmp/resp /tmp/tree /tmp/out /tmp/victim /tmp/.fipsval.lock");
+    Shell(
+        "rm -rf /tmp/req /tmp/resp /tmp/tree /tmp/out /tmp/victim "
+        "/tmp/.fipsval.lock");
     WriteFile(kVictim, kVictimText);
     chmod(kVictim, 0600);
-    if (!Attacker("true")) GTEST_SKIP() << "no second uid here (setpriv --reuid=65534 failed)";
+    if (!Attacker("true"))
+      GTEST_SKIP() << "no second uid here (setpriv --reuid=65534 failed)";
   }
   static void MakeTree(const std::string& tree) {
     Shell("mkdir -p " + tree + "/HMAC/req " + tree + "/SHA/req");
@@ -111,10 +120,11 @@ class HostRun : public ::testing::Test {
 
 // The attacker owns the shared staging paths and plants links in them.
 TEST_F(HostRun, PlantedStagingPathsDoNotReachAPrivateRun) {
-  ASSERT_TRUE(Attacker(
-      "mkdir -p /tmp/req /tmp/resp && chmod 777 /tmp/req /tmp/resp && "
-      "ln -s /tmp/victim /tmp/resp/HMAC.rsp && ln -s /tmp/victim /tmp/resp/entropy_samples && "
-      "printf 'hostile\\r\\n' > /tmp/req/HMAC.req"));
+  ASSERT_TRUE(
+      Attacker("mkdir -p /tmp/req /tmp/resp && chmod 777 /tmp/req /tmp/resp && "
+               "ln -s /tmp/victim /tmp/resp/HMAC.rsp && ln -s /tmp/victim "
+               "/tmp/resp/entropy_samples && "
+               "printf 'hostile\\r\\n' > /tmp/req/HMAC.req"));
   MakeTree("/tmp/tree");
   const Result run = Fipsval({"run", "-v", "--suite", "HMAC", "/tmp/tree"});
   if (run.err.find("staging: private") == std::string::npos) {
@@ -128,7 +138,9 @@ TEST_F(HostRun, PlantedStagingPathsDoNotReachAPrivateRun) {
   // the user's choice it works.
   Result entropy = Fipsval({"entropy", "2"});
   EXPECT_EQ(entropy.status, 1);
-  EXPECT_NE(entropy.err.find("/tmp/resp belongs to uid 65534"), std::string::npos) << entropy.err;
+  EXPECT_NE(entropy.err.find("/tmp/resp belongs to uid 65534"),
+            std::string::npos)
+      << entropy.err;
   entropy = Fipsval({"entropy", "2", "--output", "/tmp/out"});
   EXPECT_EQ(entropy.status, 0) << entropy.err;
   EXPECT_EQ(ReadFile("/tmp/out/entropy_samples").size(), 23u + 2 * 1282);
@@ -138,26 +150,32 @@ TEST_F(HostRun, PlantedStagingPathsDoNotReachAPrivateRun) {
 // Links inside a tree that the attacker can write.
 TEST_F(HostRun, LinksInTheTreeAreRefusedOrReplacedNeverFollowed) {
   MakeTree("/tmp/tree");
-  Shell("chmod -R 777 /tmp/tree && mkdir -p /tmp/tree/SHA/resp && chmod 777 /tmp/tree/SHA/resp");
+  Shell(
+      "chmod -R 777 /tmp/tree && mkdir -p /tmp/tree/SHA/resp && chmod 777 "
+      "/tmp/tree/SHA/resp");
   WriteFile("/tmp/tree/SHA/req/SHA1ShortMsg.req",
             Crlf("[L = 20]\n\nLen = 0\nMsg = 00\n"));
-  ASSERT_TRUE(Attacker(
-      "ln -s /tmp/victim /tmp/tree/SHA/req/SHA1LongMsg.req && "
-      "ln -s /tmp/victim /tmp/tree/SHA/resp/SHA1ShortMsg.rsp && "
-      "ln -s /tmp/victim /tmp/tree/SHA/resp/SHA1LongMsg.rsp"));
+  ASSERT_TRUE(
+      Attacker("ln -s /tmp/victim /tmp/tree/SHA/req/SHA1LongMsg.req && "
+               "ln -s /tmp/victim /tmp/tree/SHA/resp/SHA1ShortMsg.rsp && "
+               "ln -s /tmp/victim /tmp/tree/SHA/resp/SHA1LongMsg.rsp"));
   const Result run = Fipsval({"run", "--suite", "SHA1", "/tmp/tree"});
   EXPECT_EQ(run.status, 1);
-  EXPECT_NE(run.out.find("/tmp/tree/SHA/req/SHA1LongMsg.req: cannot read it: it is a symbolic "
-                         "link (not followed)"),
-            std::string::npos)
+  EXPECT_NE(
+      run.out.find(
+          "/tmp/tree/SHA/req/SHA1LongMsg.req: cannot read it: it is a symbolic "
+          "link (not followed)"),
+      std::string::npos)
       << run.out;
   ExpectVictimUntouched();
   struct stat st;
   ASSERT_EQ(lstat("/tmp/tree/SHA/resp/SHA1ShortMsg.rsp", &st), 0);
   EXPECT_TRUE(S_ISREG(st.st_mode));
-  EXPECT_NE(ReadFile("/tmp/tree/SHA/resp/SHA1ShortMsg.rsp").find("MD = da39a3ee"),
-            std::string::npos);
-  EXPECT_NE(lstat("/tmp/tree/SHA/resp/SHA1LongMsg.rsp", &st), 0) << "stale link kept";
+  EXPECT_NE(
+      ReadFile("/tmp/tree/SHA/resp/SHA1ShortMsg.rsp").find("MD = da39a3ee"),
+      std::string::npos);
+  EXPECT_NE(lstat("/tmp/tree/SHA/resp/SHA1LongMsg.rsp", &st), 0)
+      << "stale link kept";
 }
 
 // Without a namespace (a non-root user inside the test sandbox), the shared
@@ -174,15 +192,18 @@ TEST_F(HostRun, SharedStagingRefusesPathsItDoesNotOwnAndASecondRun) {
     const char* attack;
     const char* message;
   } kCases[] = {
-      {"mkdir /tmp/req", "/tmp/req belongs to uid 65534, not to this user: refused"},
-      {"ln -s /tmp/victim /tmp/resp", "/tmp/resp is not a directory (a link or a file): refused"},
+      {"mkdir /tmp/req",
+       "/tmp/req belongs to uid 65534, not to this user: refused"},
+      {"ln -s /tmp/victim /tmp/resp",
+       "/tmp/resp is not a directory (a link or a file): refused"},
   };
   for (const auto& c : kCases) {
     Shell("rm -rf /tmp/req /tmp/resp /tmp/tree/HMAC/resp");
     ASSERT_TRUE(Attacker(c.attack));
     const Result r = Fipsval({"run", "--suite", "HMAC", "/tmp/tree"}, 65533);
     EXPECT_EQ(r.status, 1) << c.attack;
-    EXPECT_NE(r.err.find(c.message), std::string::npos) << c.attack << ": " << r.err;
+    EXPECT_NE(r.err.find(c.message), std::string::npos)
+        << c.attack << ": " << r.err;
     EXPECT_FALSE(FileExists("/tmp/tree/HMAC/resp/HMAC.rsp")) << c.attack;
     ExpectVictimUntouched();
   }
@@ -193,11 +214,13 @@ TEST_F(HostRun, SharedStagingRefusesPathsItDoesNotOwnAndASecondRun) {
   ASSERT_GE(lock, 0);
   ASSERT_EQ(flock(lock, LOCK_EX), 0);
   for (const char* command : {"run", "entropy"}) {
-    const Result r = command == std::string("run")
-                         ? Fipsval({"run", "--suite", "HMAC", "/tmp/tree"}, 65533)
-                         : Fipsval({"entropy", "1"}, 65533);
+    const Result r =
+        command == std::string("run")
+            ? Fipsval({"run", "--suite", "HMAC", "/tmp/tree"}, 65533)
+            : Fipsval({"entropy", "1"}, 65533);
     EXPECT_EQ(r.status, 1) << command;
-    EXPECT_NE(r.err.find("another fipsval run or entropy export is using"), std::string::npos)
+    EXPECT_NE(r.err.find("another fipsval run or entropy export is using"),
+              std::string::npos)
         << r.err;
   }
   close(lock);
@@ -207,8 +230,8 @@ TEST_F(HostRun, SharedStagingRefusesPathsItDoesNotOwnAndASecondRun) {
 TEST_F(HostRun, ConcurrentRunsAreIndependent) {
   const std::string samples = std::string(FIPSVAL_SOURCE_DIR) + "/samples";
   for (const char* tree : {"/tmp/a", "/tmp/b"}) {
-    Shell(std::string("rm -rf ") + tree + " && mkdir -p " + tree + " && cp -R " + samples +
-          "/AES " + tree + "/");
+    Shell(std::string("rm -rf ") + tree + " && mkdir -p " + tree +
+          " && cp -R " + samples + "/AES " + tree + "/");
   }
   const pid_t a = Start({FIPSVAL_CLI, "run", "--suite", "AES", "/tmp/a"}, "a");
   const pid_t b = Start({FIPSVAL_CLI, "run", "--suite", "AES", "/tmp/b"}, "b");
@@ -216,9 +239,11 @@ TEST_F(HostRun, ConcurrentRunsAreIndependent) {
   EXPECT_EQ(ra.status, 0) << ra.out << ra.err;
   EXPECT_EQ(rb.status, 0) << rb.out << rb.err;
   for (const char* tree : {"/tmp/a", "/tmp/b"}) {
-    const Result verify = Fipsval({"verify", "--strict", "--suite", "AES", tree});
+    const Result verify =
+        Fipsval({"verify", "--strict", "--suite", "AES", tree});
     EXPECT_EQ(verify.status, 0) << verify.out;
-    EXPECT_NE(verify.out.find("18 passed, 0 failed"), std::string::npos) << verify.out;
+    EXPECT_NE(verify.out.find("18 passed, 0 failed"), std::string::npos)
+        << verify.out;
   }
 }
 
@@ -230,36 +255,46 @@ TEST(HostRunSummary, EveryRequestFileGetsAnOutcomeAndTheStatusFollows) {
     const char* line;     // expected summary line (prefix)
     const char* outcome;  // in fipsval-run.json
   } kCases[] = {
-      {"HMAC/req/HMAC.req", Crlf(kHmacRequest), "answered     /tmp/tree/HMAC/req/HMAC.req\n",
-       "answered"},
-      {"HMAC/req/HMAC.req", Crlf("[L=20]\n\nCount = 0\nKlen = 4\nTlen = 20\nMsg = 00\n"),
-       "runner error /tmp/tree/HMAC/req/HMAC.req: Key field not present", "runner-error"},
+      {"HMAC/req/HMAC.req", Crlf(kHmacRequest),
+       "answered     /tmp/tree/HMAC/req/HMAC.req\n", "answered"},
+      {"HMAC/req/HMAC.req",
+       Crlf("[L=20]\n\nCount = 0\nKlen = 4\nTlen = 20\nMsg = 00\n"),
+       "runner error /tmp/tree/HMAC/req/HMAC.req: Key field not present",
+       "runner-error"},
       {"HMAC/req/HMAC.req", kHmacRequest,
-       "not answered /tmp/tree/HMAC/req/HMAC.req: not run, the library cannot read it right: "
+       "not answered /tmp/tree/HMAC/req/HMAC.req: not run, the library cannot "
+       "read it right: "
        "line 1: line ends in LF, not CR LF",
        "not-answered"},
       {"HMAC/req/HMAC.req", Crlf(kHmacRequest) + "Count = 1",
        "line 8: last line does not end in CR LF", "not-answered"},
-      {"HMAC/req/HMAC.req", "", "not answered /tmp/tree/HMAC/req: no request file of suite HMAC",
+      {"HMAC/req/HMAC.req", "",
+       "not answered /tmp/tree/HMAC/req: no request file of suite HMAC",
        "not-answered"},
   };
   for (const auto& c : kCases) {
-    std::system("rm -rf /tmp/tree && mkdir -p /tmp/tree/HMAC/req /tmp/tree/HMAC/resp");
+    std::system(
+        "rm -rf /tmp/tree && mkdir -p /tmp/tree/HMAC/req /tmp/tree/HMAC/resp");
     WriteFile("/tmp/tree/HMAC/req/CFB8.req", "x\r\n");
     WriteFile("/tmp/tree/HMAC/resp/HMAC.rsp", "stale\r\n");
-    if (!c.content.empty()) WriteFile(std::string("/tmp/tree/") + c.file, c.content);
+    if (!c.content.empty())
+      WriteFile(std::string("/tmp/tree/") + c.file, c.content);
     const Result r = Fipsval({"run", "--suite", "HMAC", "/tmp/tree"});
     const bool ok = std::string(c.outcome) == "answered";
     EXPECT_EQ(r.status, ok ? 0 : 1) << c.line << "\n" << r.out << r.err;
     EXPECT_NE(r.out.find(c.line), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("not handled  /tmp/tree/HMAC/req/CFB8.req"), std::string::npos);
+    EXPECT_NE(r.out.find("not handled  /tmp/tree/HMAC/req/CFB8.req"),
+              std::string::npos);
     const std::string record = ReadFile("/tmp/tree/fipsval-run.json");
-    EXPECT_NE(record.find(std::string("\"outcome\": \"") + c.outcome + "\""), std::string::npos)
+    EXPECT_NE(record.find(std::string("\"outcome\": \"") + c.outcome + "\""),
+              std::string::npos)
         << record;
     EXPECT_EQ(record.find("\"finished\": null"), std::string::npos) << record;
-    EXPECT_EQ(r.out.find("/tmp/req/"), std::string::npos) << "staging path shown: " << r.out;
+    EXPECT_EQ(r.out.find("/tmp/req/"), std::string::npos)
+        << "staging path shown: " << r.out;
     if (!c.content.empty()) {
-      EXPECT_EQ(ReadFile("/tmp/tree/HMAC/resp/HMAC.rsp").find("stale"), std::string::npos);
+      EXPECT_EQ(ReadFile("/tmp/tree/HMAC/resp/HMAC.rsp").find("stale"),
+                std::string::npos);
     }
   }
 }
@@ -268,13 +303,17 @@ TEST(HostRunSummary, OutputDirectoryTakesResponsesAndRecordFromAReadOnlyTree) {
   std::system("rm -rf /tmp/tree /tmp/out && mkdir -p /tmp/tree/HMAC/req");
   WriteFile("/tmp/tree/HMAC/req/HMAC.req", Crlf(kHmacRequest));
   chmod("/tmp/tree", 0555);
-  const Result r = Fipsval({"run", "-q", "--suite", "HMAC", "--output", "/tmp/out", "/tmp/tree"});
+  const Result r = Fipsval(
+      {"run", "-q", "--suite", "HMAC", "--output", "/tmp/out", "/tmp/tree"});
   chmod("/tmp/tree", 0755);
   EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_NE(ReadFile("/tmp/out/HMAC/resp/HMAC.rsp").find("Mac = "), std::string::npos);
-  EXPECT_NE(ReadFile("/tmp/out/fipsval-run.json").find("\"outcome\": \"answered\""),
+  EXPECT_NE(ReadFile("/tmp/out/HMAC/resp/HMAC.rsp").find("Mac = "),
             std::string::npos);
-  EXPECT_EQ(r.out.find("answered     "), std::string::npos) << "-q lists problems only";
+  EXPECT_NE(
+      ReadFile("/tmp/out/fipsval-run.json").find("\"outcome\": \"answered\""),
+      std::string::npos);
+  EXPECT_EQ(r.out.find("answered     "), std::string::npos)
+      << "-q lists problems only";
 }
 
 TEST(RequestCheck, FindsWhatTheReaderCannotReadWithItsLine) {
@@ -286,7 +325,8 @@ TEST(RequestCheck, FindsWhatTheReaderCannotReadWithItsLine) {
       {"Key = 0aF9\r\n\r\n", 0, ""},
       {"e = 010001\r\r\n", 0, ""},
       {"# Msg = zz\r\nPersonalizationString = \r\n", 0, ""},
-      {"Key = 0a\r\nIV = 0g\r\n", 2, "IV has a character that is not a hex digit at column 7"},
+      {"Key = 0a\r\nIV = 0g\r\n", 2,
+       "IV has a character that is not a hex digit at column 7"},
       {"a\r\nb\n", 2, "line ends in LF, not CR LF"},
       {"a\r\nb", 2, "last line does not end in CR LF"},
       {std::string("a\r\nb\0c\r\n", 8), 2, "NUL byte (the reader stops there)"},
