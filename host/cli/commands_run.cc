@@ -1,7 +1,11 @@
 // The validation commands: entropy, run, list.
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -87,6 +91,16 @@ bool PrepareSampleTree(std::string* tree) {
     return false;
   }
   *tree = SamplesWorkTree();
+  // One sample run at a time: a second one would remove the first's tree.
+  static int lock = -1;
+  lock = open((*tree + ".lock").c_str(),
+              O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
+  if (lock < 0 || flock(lock, LOCK_EX | LOCK_NB) != 0) {
+    std::fprintf(stderr, "fipsval: cannot lock %s.lock: %s\n", tree->c_str(),
+                 errno == EWOULDBLOCK ? "another sample run is in progress"
+                                      : std::strerror(errno));
+    return false;
+  }
   fs::remove_all(*tree, ec);
   fs::create_directories(*tree, ec);
   if (!ec) fs::copy(samples, *tree, fs::copy_options::recursive, ec);

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -44,6 +45,7 @@ struct TreeFile {
   FileRecord record;
   std::vector<std::string> runner_lines;
   bool ended = false;
+  bool written = false;  // a response was put in place
 };
 
 std::string Join(const std::string& a, std::string_view b) {
@@ -289,6 +291,7 @@ class OutputSorter {
     std::string joined;
     for (const std::string& e : errors)
       joined += (joined.empty() ? "" : "; ") + e;
+    file.written = result.starts_with("ok");
     if (result.starts_with("ok")) {
       record.outcome =
           errors.empty() ? Outcome::kAnswered : Outcome::kRunnerError;
@@ -371,8 +374,9 @@ void PrintSummary(const RunOptions& options, const std::vector<TreeFile>& files,
     if (file.plan != Plan::kMissing) absent.erase(file.suite);
   }
   std::set<const fips_tv*> shown;
-  int answered = 0, errors = 0, not_answered = 0, missing = 0;
+  int answered = 0, errors = 0, not_answered = 0, missing = 0, written = 0;
   for (const TreeFile& file : files) {
+    written += file.written ? 1 : 0;
     const FileRecord& r = file.record;
     const bool problem =
         file.plan != Plan::kMissing && r.outcome != Outcome::kAnswered;
@@ -408,9 +412,10 @@ void PrintSummary(const RunOptions& options, const std::vector<TreeFile>& files,
   }
   std::printf(
       "run: %d answered, %d runner errors, %d not answered, %d without request "
-      "file, %zu not handled; responses in %s/<DIR>/resp; %.1f s\n",
-      answered, errors, not_answered, missing, unhandled.size(), root.c_str(),
-      seconds);
+      "file, %zu not handled; %d responses written to %s/<DIR>/resp in %.1f "
+      "s\n",
+      answered, errors, not_answered, missing, unhandled.size(), written,
+      root.c_str(), seconds);
 }
 
 }  // namespace
@@ -451,6 +456,14 @@ int RunTree(const RunOptions& options) {
   if (!root) {
     std::fprintf(stderr, "fipsval: cannot use the output directory %s: %s\n",
                  options.output.c_str(), why.c_str());
+    return 1;
+  }
+  // Two runs answering into one place would mix their responses.
+  if (flock(root.get(), LOCK_EX | LOCK_NB) != 0) {
+    std::fprintf(stderr,
+                 "fipsval: another fipsval run is writing responses to %s: "
+                 "try again when it has finished\n",
+                 root_name.c_str());
     return 1;
   }
 

@@ -250,6 +250,15 @@ TEST_F(HostRun, ConcurrentRunsAreIndependent) {
     EXPECT_NE(verify.out.find("18 passed, 0 failed"), std::string::npos)
         << verify.out;
   }
+  // Two runs answering into the same place: the second is refused.
+  const int busy = open("/tmp/a", O_RDONLY | O_DIRECTORY);
+  ASSERT_EQ(flock(busy, LOCK_EX), 0);
+  const Result r = Fipsval({"run", "--suite", "AES", "/tmp/a"});
+  close(busy);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("another fipsval run is writing responses to /tmp/a"),
+            std::string::npos)
+      << r.err;
 }
 
 // What the summary, the record and the exit status say about one tree.
