@@ -289,8 +289,14 @@ class OutputSorter {
     }
     FileRecord& record = file.record;
     std::string joined;
-    for (const std::string& e : errors)
-      joined += (joined.empty() ? "" : "; ") + e;
+    constexpr std::size_t kShown = 4;
+    for (std::size_t i = 0; i < errors.size() && i < kShown; ++i) {
+      joined += (joined.empty() ? "" : "; ") + errors[i];
+    }
+    if (errors.size() > kShown) {
+      joined += "; and " + std::to_string(errors.size() - kShown) +
+                " more lines";
+    }
     file.written = result.starts_with("ok");
     if (result.starts_with("ok")) {
       record.outcome =
