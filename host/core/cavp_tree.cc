@@ -44,6 +44,7 @@ struct TreeFile {
   std::string request;  // the request text, for kRun
   FileRecord record;
   std::vector<std::string> runner_lines;
+  bool begun = false;
   bool ended = false;
   bool written = false;  // a response was put in place
 };
@@ -263,6 +264,7 @@ class OutputSorter {
         suite_start_ = Clock::now();
       }
       current_ = &file;
+      file.begun = true;
       if (options_.progress) {
         std::fprintf(stderr, "[%s] %s (%.1f s)\n", file.suite->name,
                      file.name.c_str(), SecondsSince(suite_start_));
@@ -578,9 +580,11 @@ int RunTree(const RunOptions& options) {
     if (file.ended) continue;
     std::string runner;
     for (const std::string& line : file.runner_lines) runner += "; " + line;
-    file.record.outcome = file.runner_lines.empty() ? Outcome::kNotAnswered
-                                                    : Outcome::kRunnerError;
-    file.record.message = (stopped.empty() ? "not run" : stopped) + runner;
+    // The file being answered when the run stopped is the one that stopped it.
+    file.record.outcome =
+        file.begun ? Outcome::kRunnerError : Outcome::kNotAnswered;
+    const std::string why = stopped.empty() ? "the run ended early" : stopped;
+    file.record.message = file.begun ? why + runner : "not run (" + why + ")";
   }
 
   record.files.clear();

@@ -45,8 +45,9 @@ bool EnterPrivateTmp(StagingKind kind) {
   } else if (unshare(CLONE_NEWNS) != 0) {
     return false;
   }
-  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
     return false;
+  }
   if (mount("fipsval", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0700") !=
       0) {
     return false;
@@ -169,12 +170,15 @@ const char* DescribeStaging(StagingKind kind) {
 pid_t StartStaged(const Staging& staging, int stdout_fd,
                   const std::function<int(const StagingDirs&)>& body) {
   std::fflush(nullptr);
+  const pid_t parent = getpid();
   const pid_t child = fork();
   if (child != 0) return child;
   // The run ends with fipsval: an orphan must not go on writing responses.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (stdout_fd >= 0 && dup2(stdout_fd, STDOUT_FILENO) < 0)
+  if (getppid() != parent) _exit(kStagingFailed);
+  if (stdout_fd >= 0 && dup2(stdout_fd, STDOUT_FILENO) < 0) {
     _exit(kStagingFailed);
+  }
   if (staging.kind != StagingKind::kLockedShared &&
       !EnterPrivateTmp(staging.kind)) {
     std::fprintf(stderr,
