@@ -6,6 +6,7 @@
 // run is complete.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -328,6 +329,32 @@ TEST(HostRunSummary, OutputDirectoryTakesResponsesAndRecordFromAReadOnlyTree) {
       std::string::npos);
   EXPECT_EQ(r.out.find("answered     "), std::string::npos)
       << "-q lists problems only";
+}
+
+// A run killed part way leaves a record that says so, and no response of
+// an earlier run for the files it was to answer.
+TEST(HostRunSummary, AKilledRunLeavesAnUnfinishedRecordAndNoStaleResponses) {
+  const std::string samples = std::string(FIPSVAL_SOURCE_DIR) + "/samples";
+  Shell("rm -rf /tmp/tree && mkdir -p /tmp/tree/HMAC/resp && cp -R " + samples +
+        "/TDES " + samples + "/HMAC /tmp/tree/");
+  WriteFile("/tmp/tree/HMAC/resp/HMAC.rsp", "from an earlier run\r\n");
+  const pid_t run = Start(
+      {FIPSVAL_CLI, "run", "--suite", "3DES", "--suite", "HMAC", "/tmp/tree"},
+      "killed");
+  bool started = false;
+  for (int i = 0; i < 200 && !started; ++i) {
+    usleep(20000);
+    started =
+        ReadFile("/tmp/tree/fipsval-run.json").find("\"finished\": null") !=
+            std::string::npos &&
+        !FileExists("/tmp/tree/HMAC/resp/HMAC.rsp");
+  }
+  ASSERT_TRUE(started);
+  kill(run, SIGKILL);
+  EXPECT_EQ(Finish(run, "killed").status, 128 + SIGKILL);
+  EXPECT_NE(ReadFile("/tmp/tree/fipsval-run.json").find("\"finished\": null"),
+            std::string::npos);
+  EXPECT_FALSE(FileExists("/tmp/tree/HMAC/resp/HMAC.rsp"));
 }
 
 TEST(RequestCheck, FindsWhatTheReaderCannotReadWithItsLine) {
