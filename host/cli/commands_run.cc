@@ -1,7 +1,11 @@
 // The validation commands: entropy, run, list.
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -19,20 +23,23 @@ namespace fs = std::filesystem;
 
 int RunEntropy(const Args& args) {
   int count = 0;
-  if (args.size() != 1 || !ParseInt(args[0], &count)) {
-    return Usage("entropy: give the number of samples, e.g. fipsval entropy 1000");
+  std::string output;
+  std::vector<std::string> rest;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--output") {
+      if (i + 1 == args.size()) {
+        return Usage("entropy: --output needs a directory");
+      }
+      output = args[++i];
+    } else {
+      rest.push_back(args[i]);
+    }
   }
-  std::error_code ec;
-  fs::create_directories("/tmp/resp", ec);
-  const int result = fips_tv_get_drbg_entropy_source(count);
-  std::fflush(stdout);
-  if (result < 0) {
-    std::fprintf(stderr, "fipsval: entropy export failed (%d)\n", result);
-    return Finish(kFailed);
+  if (rest.size() != 1 || !ParseInt(rest[0], &count)) {
+    return Usage(
+        "entropy: give the number of samples, e.g. fipsval entropy 1000");
   }
-  std::fprintf(stderr, "fipsval: %d samples of 640 bytes in /tmp/resp/entropy_samples\n",
-               count);
-  return Finish(kOk);
+  return Finish(ExportEntropy(count, output) == 0 ? kOk : kFailed);
 }
 
 SuiteSelection SelectSuites(const Args& args, const char* command) {
@@ -84,6 +91,16 @@ bool PrepareSampleTree(std::string* tree) {
     return false;
   }
   *tree = SamplesWorkTree();
+  // One sample run at a time: a second one would remove the first's tree.
+  static int lock = -1;
+  lock = open((*tree + ".lock").c_str(),
+              O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
+  if (lock < 0 || flock(lock, LOCK_EX | LOCK_NB) != 0) {
+    std::fprintf(stderr, "fipsval: cannot lock %s.lock: %s\n", tree->c_str(),
+                 errno == EWOULDBLOCK ? "another sample run is in progress"
+                                      : std::strerror(errno));
+    return false;
+  }
   fs::remove_all(*tree, ec);
   fs::create_directories(*tree, ec);
   if (!ec) fs::copy(samples, *tree, fs::copy_options::recursive, ec);
@@ -97,32 +114,75 @@ bool PrepareSampleTree(std::string* tree) {
 
 }  // namespace
 
+namespace {
+
+// Sets the response root of the verification where its options have one.
+template <typename Options>
+bool SetResponseRoot(Options& options, const std::string& root) {
+  if constexpr (requires { options.output = root; }) {
+    options.output = root;
+    return true;
+  } else {
+    return root.empty();
+  }
+}
+
+}  // namespace
+
 int RunRun(const Args& args) {
   SuiteSelection s = SelectSuites(args, "run");
   if (s.error) return s.error;
-  bool samples = false;
   RunOptions options;
   options.suites = s.suites;
-  options.progress = isatty(STDERR_FILENO);
-  if (s.rest.size() > 1 || (s.rest.size() == 1 && s.rest[0].starts_with("-"))) {
-    return Usage("run: unexpected argument ", s.rest.back());
+  bool verify = false, strict = false, partial = false;
+  std::vector<std::string> trees;
+  for (std::size_t i = 0; i < s.rest.size(); ++i) {
+    const std::string& arg = s.rest[i];
+    if (arg == "--output") {
+      if (i + 1 == s.rest.size()) {
+        return Usage("run: --output needs a directory");
+      }
+      options.output = s.rest[++i];
+    } else if (arg == "--verify") {
+      verify = true;
+    } else if (arg == "--strict" || arg == "--partial") {
+      (arg == "--strict" ? strict : partial) = true;
+    } else if (arg == "-q" || arg == "--quiet") {
+      Settings().verbosity = 0;
+    } else if (arg == "-v" || arg == "--verbose") {
+      Settings().verbosity = 2;
+    } else if (arg.starts_with("-")) {
+      return Usage("run: unknown option ", arg);
+    } else if (!trees.empty()) {
+      return Usage("run: more than one CAVP_DIR: ", arg);
+    } else {
+      trees.push_back(arg);
+    }
   }
-  if (s.rest.empty()) {
+  if ((strict || partial) && !verify) {
+    return Usage("run: --strict and --partial go with --verify");
+  }
+  options.verbosity = Settings().verbosity;
+  options.progress = options.verbosity >= 2 ||
+                     (options.verbosity == 1 && isatty(STDERR_FILENO));
+  const bool samples = trees.empty();
+  if (samples) {
     if (!PrepareSampleTree(&options.tree)) return kFailed;
-    samples = true;
+    verify = true;
   } else {
-    options.tree = s.rest[0];
+    options.tree = trees[0];
+  }
+  VerifyOptions check{options.tree, options.suites, strict, partial};
+  if (verify && !SetResponseRoot(check, options.output)) {
+    std::fprintf(stderr,
+                 "fipsval: run --verify cannot yet check responses written to "
+                 "--output DIR; run without --verify, then verify them\n");
+    return kFailed;
   }
   const int status = RunTree(options);
-  if (status != kOk) return Finish(status);
-  std::fprintf(stderr, "fipsval: responses are in %s/<DIR>/resp\n",
-               options.tree.c_str());
-  if (samples) {
-    VerifyOptions verify{options.tree, options.suites, false, false};
-    const VerifyTally tally = VerifyTree(verify, stdout);
-    return Finish(tally.failed == 0 ? kOk : kFailed);
-  }
-  return Finish(kOk);
+  if (!verify) return Finish(status == 0 ? kOk : kFailed);
+  const VerifyTally tally = VerifyTree(check, stdout);
+  return Finish(status == 0 && tally.failed == 0 ? kOk : kFailed);
 }
 
 int RunList(const Args& args) {

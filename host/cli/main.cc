@@ -53,24 +53,30 @@ const Command kCommands[] = {
      "native-aes (the library's own AES engine), or all. --force makes them fail.\n"
      "Exit: 0 all passed; 1 a test failed.",
      RunKat},
-    {"entropy", "entropy COUNT",
-     "Writes COUNT samples of the noise source to /tmp/resp/entropy_samples\n"
-     "(fips_tv_get_drbg_entropy_source), creating /tmp/resp if needed. The file\n"
+    {"entropy", "entropy COUNT [--output DIR]",
+     "Writes COUNT samples of the noise source (fips_tv_get_drbg_entropy_source)\n"
+     "to /tmp/resp/entropy_samples, or DIR/entropy_samples with --output. The file\n"
      "is text with CR LF line ends: the header \"Min-Entropy Total = COUNT\"\n"
      "(the label is the library's; the value is the number of samples), then\n"
      "one line per 640-byte sample, written as 1280 lower-case hex digits.\n"
+     "/tmp/resp is private to the export (see run: Security).\n"
      "Exit: 0 written; 1 the export failed.",
      RunEntropy},
-    {"run", "run [--list L] [--suite NAME]... [CAVP_DIR]",
+    {"run", "run [--list L] [--suite NAME]... [--output DIR] [--verify] [CAVP_DIR]",
      "Runs suites over a CAVP tree: each request <CAVP_DIR>/<DIR>/req/<name>.req\n"
-     "is staged into /tmp/req, the suite runs, and each response is collected\n"
-     "from /tmp/resp into <CAVP_DIR>/<DIR>/resp/<name>.rsp. Staged files are\n"
-     "removed afterwards. A missing request file is reported by the library\n"
-     "(\"Couldn't open\") and skipped. Lists: ops, ssl, rbg, wf, all (default:\n"
-     "every suite). Without CAVP_DIR, runs the bundled sample requests in a\n"
-     "fresh copy under the data directory and verifies them.\n"
-     "Progress (suite, file, elapsed time) goes to standard error when it is a\n"
-     "terminal. Exit: 0 done; 1 the run could not be completed; 2 usage.",
+     "(never through a link) is checked, staged alone into /tmp/req, and its\n"
+     "response written to <DIR>/resp/<name>.rsp under DIR (--output) or the\n"
+     "tree. Lists: ops, ssl, rbg, wf, all (default: every suite). Prints one\n"
+     "line per request file (answered, runner error, not answered), the files\n"
+     "no suite reads, and a total; writes fipsval-run.json beside the responses.\n"
+     "--verify then checks the responses as `verify` does (--strict, --partial).\n"
+     "Without CAVP_DIR, runs the bundled sample requests in a fresh copy under\n"
+     "the data directory and verifies them. Progress (suite, file, elapsed) goes\n"
+     "to standard error on a terminal, or always with -v; -q prints problems only.\n"
+     "Security: /tmp/req and /tmp/resp are private to the run (own mount\n"
+     "namespace); where the kernel allows none, they must be this user's own\n"
+     "mode-0700 directories and one run at a time holds /tmp/.fipsval.lock.\n"
+     "Exit: 0 every request present was answered; 1 otherwise; 2 usage.",
      RunRun},
     {"verify", "verify [--list L] [--suite NAME]... [--strict] [--partial] [--output DIR] CAVP_DIR",
      "Checks every response <DIR>/resp/<name>.rsp against its request\n"

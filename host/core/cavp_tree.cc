@@ -1,181 +1,452 @@
 #include "host/core/cavp_tree.h"
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <cerrno>
 #include <chrono>
-#include <condition_variable>
-#include <cstdio>
+#include <climits>
+#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <mutex>
+#include <random>
+#include <set>
 #include <string_view>
-#include <system_error>
-#include <thread>
+
+#include "host/core/private_staging.h"
+#include "host/core/request_check.h"
+#include "host/core/run_report.h"
+#include "host/core/safe_io.h"
+#include "host/core/suite_catalog.h"
 
 namespace fipsval::host {
 namespace {
 
-namespace fs = std::filesystem;
+constexpr std::size_t kMaxRequestBytes = std::size_t{64} << 20;
+constexpr std::size_t kMaxResponseBytes = std::size_t{1} << 30;
 
-constexpr std::string_view kRequestDir = "/tmp/req";
-constexpr std::string_view kResponseDir = "/tmp/resp";
+using Clock = std::chrono::steady_clock;
 
-fs::path StagedRequest(const char* name) {
-  return fs::path(kRequestDir) / (std::string(name) + ".req");
-}
-fs::path StagedResponse(const char* name) {
-  return fs::path(kResponseDir) / (std::string(name) + ".rsp");
+double SecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-bool Fails(const std::error_code& ec, std::string_view what,
-           const fs::path& path) {
-  if (!ec) return false;
-  std::fprintf(stderr, "fipsval: cannot %.*s %s: %s\n",
-               static_cast<int>(what.size()), what.data(), path.c_str(),
-               ec.message().c_str());
-  return true;
+enum class Plan { kRun, kMissing, kRefused };
+
+struct TreeFile {
+  const fips_tv* suite = nullptr;
+  std::string name;
+  std::string request_path;  // as the user knows it
+  std::string response_path;
+  Plan plan = Plan::kMissing;
+  std::string request;  // the request text, for kRun
+  FileRecord record;
+  std::vector<std::string> runner_lines;
+  bool begun = false;
+  bool ended = false;
+  bool written = false;  // a response was put in place
+};
+
+std::string Join(const std::string& a, std::string_view b) {
+  if (a.empty() || a.ends_with('/')) return a + std::string(b);
+  return a + "/" + std::string(b);
 }
 
-// The staging directories must exist and take new files.
-bool PrepareStaging() {
-  for (std::string_view dir : {kRequestDir, kResponseDir}) {
-    std::error_code ec;
-    fs::create_directories(dir, ec);
-    if (Fails(ec, "create", fs::path(dir))) return false;
-    const fs::path probe = fs::path(dir) / ".fipsval-probe";
-    std::FILE* f = std::fopen(probe.c_str(), "w");
-    if (!f) {
-      std::fprintf(stderr, "fipsval: cannot write in %.*s: %s\n",
-                   static_cast<int>(dir.size()), dir.data(),
-                   std::strerror(errno));
-      return false;
-    }
-    std::fclose(f);
-    fs::remove(probe, ec);
+// Reads <tree>/<dir>/req/<name>.req, one component at a time, no links.
+void ReadRequest(int tree, TreeFile& file) {
+  std::string why;
+  UniqueFd dir = OpenDirBelow(tree, file.suite->dir, false, &why);
+  UniqueFd req = dir ? OpenDirBelow(dir.get(), "req", false, &why) : UniqueFd();
+  if (req && ReadFileBelow(req.get(), file.name + ".req", kMaxRequestBytes,
+                           &file.request, &why)) {
+    file.plan = Plan::kRun;
+    return;
   }
-  return true;
+  if (why == std::strerror(ENOENT)) {
+    file.plan = Plan::kMissing;
+    file.record.message = "no request file";
+    return;
+  }
+  file.plan = Plan::kRefused;
+  file.record.message = "cannot read it: " + why;
 }
 
-// Shows, while a suite runs, which of its response files is being written.
-class Progress {
+void CheckRequestText(TreeFile& file) {
+  const auto findings = CheckRequest(file.request);
+  if (findings.empty()) return;
+  std::string message = "not run, the library cannot read it right:";
+  for (const RequestFinding& finding : findings) {
+    std::fprintf(stderr, "fipsval: warning: %s line %d: %s\n",
+                 file.request_path.c_str(), finding.line,
+                 finding.cause.c_str());
+    message +=
+        " line " + std::to_string(finding.line) + ": " + finding.cause + ";";
+  }
+  message.pop_back();
+  file.plan = Plan::kRefused;
+  file.record.message = message;
+  file.request.clear();
+}
+
+// Request files in the selected suites' req folders that no suite reads.
+std::vector<std::string> UnhandledRequests(
+    int tree, const std::string& tree_name,
+    const std::vector<const fips_tv*>& suites) {
+  std::set<std::string> handled;
+  for (const fips_tv* suite : AllSuites()) {
+    for (const char* const* name = suite->get_filenames(); *name; ++name) {
+      handled.insert(std::string(suite->dir) + "/" + *name + ".req");
+    }
+  }
+  std::set<std::string> dirs;
+  for (const fips_tv* suite : suites) dirs.insert(suite->dir);
+  std::vector<std::string> unhandled;
+  for (const std::string& dir_name : dirs) {
+    std::string why;
+    UniqueFd dir = OpenDirBelow(tree, dir_name, false, &why);
+    UniqueFd req =
+        dir ? OpenDirBelow(dir.get(), "req", false, &why) : UniqueFd();
+    DIR* listing = req ? fdopendir(req.Release()) : nullptr;
+    if (!listing) continue;
+    std::set<std::string> names;
+    while (const dirent* entry = readdir(listing)) {
+      const std::string name = entry->d_name;
+      if (name.ends_with(".req") && !handled.count(dir_name + "/" + name)) {
+        names.insert(name);
+      }
+    }
+    closedir(listing);
+    for (const std::string& name : names) {
+      unhandled.push_back(Join(Join(Join(tree_name, dir_name), "req"), name));
+    }
+  }
+  return unhandled;
+}
+
+bool WriteRecord(int root, const RunRecord& record, std::string* why) {
+  return ReplaceFileBelow(root, kRunRecordName, RunRecordJson(record), 0644,
+                          why);
+}
+
+std::string Nonce() {
+  std::random_device device;
+  char text[40];
+  std::snprintf(text, sizeof text,
+                "\x1f"
+                "fipsval-%08x%08x%08x ",
+                device(), device(), device());
+  return text;
+}
+
+// ---- the child: one request file at a time ----
+
+void StageAndRun(const TreeFile& file, int index, const std::string& marker,
+                 const StagingDirs& staging, int root) {
+  std::printf("%sbegin %d\n", marker.c_str(), index);
+  std::fflush(stdout);
+  const std::string request = file.name + ".req";
+  const std::string response = file.name + ".rsp";
+  std::string why;
+  RemoveFileBelow(staging.response, response, &why);
+  if (!RemoveFileBelow(staging.request, request, &why) ||
+      !ReplaceFileBelow(staging.request, request, file.request, 0600, &why)) {
+    std::printf("%send %d error cannot stage the request: %s\n", marker.c_str(),
+                index, why.c_str());
+    std::fflush(stdout);
+    return;
+  }
+  file.suite->run();
+  std::fflush(stdout);
+  RemoveFileBelow(staging.request, request, &why);
+
+  std::string content;
+  if (!ReadFileBelow(staging.response, response, kMaxResponseBytes, &content,
+                     &why)) {
+    std::printf("%send %d missing\n", marker.c_str(), index);
+    std::fflush(stdout);
+    return;
+  }
+  RemoveFileBelow(staging.response, response, &why);
+  UniqueFd dir = OpenDirBelow(root, file.suite->dir, true, &why);
+  UniqueFd resp =
+      dir ? OpenDirBelow(dir.get(), "resp", true, &why) : UniqueFd();
+  if (resp && ReplaceFileBelow(resp.get(), response, content, 0644, &why)) {
+    std::printf("%send %d ok\n", marker.c_str(), index);
+  } else {
+    std::printf("%send %d error cannot write %s: %s\n", marker.c_str(), index,
+                file.response_path.c_str(), why.c_str());
+  }
+  std::fflush(stdout);
+}
+
+// ---- the parent: sorting the child's console output ----
+
+class OutputSorter {
  public:
-  Progress(const fips_tv& suite, bool enabled) : suite_(suite) {
-    if (enabled) thread_ = std::thread([this] { Watch(); });
-  }
-  ~Progress() {
-    if (!thread_.joinable()) return;
-    {
-      std::lock_guard lock(mutex_);
-      done_ = true;
+  OutputSorter(std::vector<TreeFile>& files, const std::string& marker,
+               const RunOptions& options)
+      : files_(files), marker_(marker), options_(options) {}
+
+  void Line(std::string_view line) {
+    const std::size_t at = line.find(marker_);
+    if (at != std::string_view::npos) {
+      if (at > 0) Library(line.substr(0, at));
+      Marker(line.substr(at + marker_.size()));
+      return;
     }
-    wake_.notify_all();
-    thread_.join();
-    std::fprintf(stderr, "[%s] done in %.1f s\n", suite_.name,
-                 Seconds());
+    Library(line);
+  }
+
+  void Finish() {
+    EndSuite();
+    current_ = nullptr;
   }
 
  private:
-  double Seconds() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() -
-                                         start_)
-        .count();
+  void Library(std::string_view line) {
+    while (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    if (line.empty()) return;
+    const std::string name = current_ ? current_->name : std::string();
+    if (line.starts_with("Couldn't open /tmp/req/") && line.ends_with(".req") &&
+        line != "Couldn't open /tmp/req/" + name + ".req") {
+      return;  // another file of the suite, not staged on purpose
+    }
+    if (line.starts_with("Running file ") && line.substr(13) != name) return;
+    if (IsSuiteTitle(line)) {
+      if (options_.verbosity >= 1 && current_ &&
+          titles_
+              .insert(std::string(current_->suite->name) + "/" +
+                      std::string(line))
+              .second) {
+        Relay(line);
+      }
+      return;
+    }
+    if (current_ && IsProgressLine(line, name)) {
+      if (options_.verbosity >= 1) Relay(line);
+      return;
+    }
+    std::string text = Printable(line);
+    if (current_) {
+      Replace(&text, "/tmp/req/" + name + ".req", current_->request_path);
+      Replace(&text, "/tmp/resp/" + name + ".rsp", current_->response_path);
+      current_->runner_lines.push_back(text);
+    }
+    if (options_.verbosity >= 1) std::printf("%s\n", text.c_str());
   }
-  // The newest response file of the suite, by modification time.
-  const char* CurrentFile() const {
-    const char* current = nullptr;
-    fs::file_time_type newest{};
-    for (const char* const* name = suite_.get_filenames(); *name; ++name) {
-      std::error_code ec;
-      const auto when = fs::last_write_time(StagedResponse(*name), ec);
-      if (!ec && (!current || when >= newest)) {
-        current = *name;
-        newest = when;
+
+  void Relay(std::string_view line) {
+    std::printf("%s\n", Printable(line).c_str());
+  }
+
+  static void Replace(std::string* text, const std::string& from,
+                      const std::string& to) {
+    const std::size_t at = text->find(from);
+    if (at != std::string::npos) text->replace(at, from.size(), to);
+  }
+
+  void Marker(std::string_view rest) {
+    char word[16] = {};
+    int index = -1;
+    int consumed = 0;
+    const std::string text(rest);
+    if (std::sscanf(text.c_str(), "%15s %d %n", word, &index, &consumed) < 2 ||
+        index < 0 || static_cast<std::size_t>(index) >= files_.size()) {
+      return;
+    }
+    TreeFile& file = files_[index];
+    if (std::string_view(word) == "begin") {
+      if (suite_ != file.suite) {
+        EndSuite();
+        suite_ = file.suite;
+        suite_start_ = Clock::now();
+      }
+      current_ = &file;
+      file.begun = true;
+      if (options_.progress) {
+        std::fprintf(stderr, "[%s] %s (%.1f s)\n", file.suite->name,
+                     file.name.c_str(), SecondsSince(suite_start_));
+      }
+      return;
+    }
+    std::string_view result = std::string_view(text).substr(consumed);
+    file.ended = true;
+    Conclude(file, result);
+    current_ = nullptr;
+  }
+
+  void Conclude(TreeFile& file, std::string_view result) {
+    std::string note;
+    std::vector<std::string> errors;
+    for (const std::string& line : file.runner_lines) {
+      // The SigVer runner stops at its first test by design: that is how
+      // its response ends, not a failure of this run.
+      if (file.name == "SigVer15_186-3" && line == "RSA param n is null") {
+        note = "the runner stops at the first test (RSA param n is null)";
+      } else {
+        errors.push_back(line);
       }
     }
-    return current;
-  }
-  // Whole lines only, so that they never split a line the library prints.
-  void Watch() {
-    const char* shown = nullptr;
-    std::unique_lock lock(mutex_);
-    while (!wake_.wait_for(lock, std::chrono::milliseconds(200),
-                           [this] { return done_; })) {
-      const char* file = CurrentFile();
-      if (file && file != shown) {
-        std::fprintf(stderr, "[%s] %s (%.1f s)\n", suite_.name, file,
-                     Seconds());
-        shown = file;
-      }
+    FileRecord& record = file.record;
+    std::string joined;
+    constexpr std::size_t kShown = 4;
+    for (std::size_t i = 0; i < errors.size() && i < kShown; ++i) {
+      joined += (joined.empty() ? "" : "; ") + errors[i];
+    }
+    if (errors.size() > kShown) {
+      joined += "; and " + std::to_string(errors.size() - kShown) +
+                " more lines";
+    }
+    file.written = result.starts_with("ok");
+    if (result.starts_with("ok")) {
+      record.outcome =
+          errors.empty() ? Outcome::kAnswered : Outcome::kRunnerError;
+      record.message = errors.empty() ? note : joined;
+    } else if (result.starts_with("missing")) {
+      record.outcome =
+          errors.empty() ? Outcome::kNotAnswered : Outcome::kRunnerError;
+      record.message = errors.empty() ? "the suite wrote no response" : joined;
+    } else {
+      record.outcome = Outcome::kNotAnswered;
+      std::string_view why =
+          result.substr(std::min<std::size_t>(6, result.size()));
+      record.message = Printable(why) + (joined.empty() ? "" : "; " + joined);
     }
   }
 
-  const fips_tv& suite_;
-  const std::chrono::steady_clock::time_point start_ =
-      std::chrono::steady_clock::now();
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  bool done_ = false;
-  std::thread thread_;
+  void EndSuite() {
+    if (suite_ && options_.progress) {
+      std::fprintf(stderr, "[%s] done in %.1f s\n", suite_->name,
+                   SecondsSince(suite_start_));
+    }
+    suite_ = nullptr;
+  }
+
+  std::vector<TreeFile>& files_;
+  const std::string& marker_;
+  const RunOptions& options_;
+  TreeFile* current_ = nullptr;
+  const fips_tv* suite_ = nullptr;
+  Clock::time_point suite_start_;
+  std::set<std::string> titles_;
 };
 
-bool RunSuite(const std::string& tree, const fips_tv& suite, bool progress) {
-  const fs::path base = fs::path(tree) / suite.dir;
-  for (const char* const* name = suite.get_filenames(); *name; ++name) {
-    std::error_code ec;
-    fs::remove(StagedRequest(*name), ec);
-    fs::remove(StagedResponse(*name), ec);
-    const fs::path request = base / "req" / (std::string(*name) + ".req");
-    if (!fs::exists(request, ec)) continue;
-    fs::copy_file(request, StagedRequest(*name),
-                  fs::copy_options::overwrite_existing, ec);
-    if (Fails(ec, "stage", request)) return false;
-  }
-
-  std::fflush(stdout);
-  {
-    Progress shown(suite, progress);
-    suite.run();
-    std::fflush(stdout);
-  }
-
-  bool collected = true;
-  for (const char* const* name = suite.get_filenames(); *name; ++name) {
-    std::error_code ec;
-    fs::remove(StagedRequest(*name), ec);
-    if (!fs::exists(StagedResponse(*name), ec)) continue;
-    const fs::path dir = base / "resp";
-    fs::create_directories(dir, ec);
-    const fs::path target = dir / (std::string(*name) + ".rsp");
-    if (!ec) {
-      fs::copy_file(StagedResponse(*name), target,
-                    fs::copy_options::overwrite_existing, ec);
+void ReadLines(int fd, OutputSorter& sorter) {
+  std::string pending;
+  char buffer[65536];
+  for (;;) {
+    const ssize_t n = read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    pending.append(buffer, static_cast<std::size_t>(n));
+    std::size_t start = 0;
+    for (std::size_t lf; (lf = pending.find('\n', start)) != std::string::npos;
+         start = lf + 1) {
+      sorter.Line(std::string_view(pending).substr(start, lf - start));
     }
-    if (Fails(ec, "collect the response into", target)) {
-      collected = false;
+    pending.erase(0, start);
+    if (pending.size() > (std::size_t{1} << 20)) {
+      sorter.Line(pending);
+      pending.clear();
+    }
+  }
+  if (!pending.empty()) sorter.Line(pending);
+  std::fflush(stdout);
+}
+
+std::string Absolute(const std::string& path) {
+  char resolved[PATH_MAX];
+  return realpath(path.c_str(), resolved) ? std::string(resolved) : path;
+}
+
+UniqueFd OpenGivenDirectory(const std::string& path, bool create,
+                            std::string* why) {
+  if (create && mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) {
+    *why = std::strerror(errno);
+    return {};
+  }
+  UniqueFd fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!fd) *why = errno == ENOTDIR ? "not a directory" : std::strerror(errno);
+  return fd;
+}
+
+void PrintSummary(const RunOptions& options, const std::vector<TreeFile>& files,
+                  const std::vector<std::string>& unhandled,
+                  const std::string& root, double seconds) {
+  // A suite none of whose files is in the tree gets one line, not one a file.
+  std::set<const fips_tv*> absent;
+  for (const TreeFile& file : files) absent.insert(file.suite);
+  for (const TreeFile& file : files) {
+    if (file.plan != Plan::kMissing) absent.erase(file.suite);
+  }
+  std::set<const fips_tv*> shown;
+  int answered = 0, errors = 0, not_answered = 0, missing = 0, written = 0;
+  for (const TreeFile& file : files) {
+    written += file.written ? 1 : 0;
+    const FileRecord& r = file.record;
+    const bool problem =
+        file.plan != Plan::kMissing && r.outcome != Outcome::kAnswered;
+    if (file.plan == Plan::kMissing) {
+      ++missing;
+    } else if (r.outcome == Outcome::kAnswered) {
+      ++answered;
+    } else if (r.outcome == Outcome::kRunnerError) {
+      ++errors;
+    } else {
+      ++not_answered;
+    }
+    if (options.verbosity == 0 && !problem) continue;
+    if (options.verbosity == 1 && absent.count(file.suite)) {
+      if (shown.insert(file.suite).second) {
+        std::printf("%-12s %s: no request file of suite %s\n", "not answered",
+                    Join(Join(options.tree, file.suite->dir), "req").c_str(),
+                    file.suite->name);
+      }
       continue;
     }
-    fs::remove(StagedResponse(*name), ec);
+    const char* label = r.outcome == Outcome::kAnswered      ? "answered"
+                        : r.outcome == Outcome::kRunnerError ? "runner error"
+                                                             : "not answered";
+    std::printf("%-12s %s%s%s\n", label, file.request_path.c_str(),
+                r.message.empty() ? "" : ": ", r.message.c_str());
   }
-  return collected;
+  if (options.verbosity >= 1) {
+    for (const std::string& path : unhandled) {
+      std::printf("%-12s %s: no suite reads this file\n", "not handled",
+                  path.c_str());
+    }
+  }
+  std::printf(
+      "run: %d answered, %d runner errors, %d not answered, %d without request "
+      "file, %zu not handled; %d responses written to %s/<DIR>/resp in %.1f "
+      "s\n",
+      answered, errors, not_answered, missing, unhandled.size(), written,
+      root.c_str(), seconds);
 }
 
 }  // namespace
 
 bool TreeHasRequests(const std::string& tree,
                      const std::vector<const fips_tv*>& suites) {
+  UniqueFd root(open(tree.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!root) return false;
   for (const fips_tv* suite : suites) {
-    std::error_code ec;
-    if (fs::is_directory(fs::path(tree) / suite->dir / "req", ec)) return true;
+    std::string why;
+    UniqueFd dir = OpenDirBelow(root.get(), suite->dir, false, &why);
+    if (dir && OpenDirBelow(dir.get(), "req", false, &why)) return true;
   }
   return false;
 }
 
 int RunTree(const RunOptions& options) {
-  std::error_code ec;
-  if (!fs::is_directory(options.tree, ec)) {
-    std::fprintf(stderr, "fipsval: %s is not a directory\n",
-                 options.tree.c_str());
+  const Clock::time_point start = Clock::now();
+  std::string why;
+  UniqueFd tree = OpenGivenDirectory(options.tree, false, &why);
+  if (!tree) {
+    std::fprintf(stderr, "fipsval: %s is not a directory (%s)\n",
+                 options.tree.c_str(), why.c_str());
     return 1;
   }
   if (!TreeHasRequests(options.tree, options.suites)) {
@@ -185,10 +456,226 @@ int RunTree(const RunOptions& options) {
                  options.tree.c_str());
     return 1;
   }
-  if (!PrepareStaging()) return 1;
-  for (const fips_tv* suite : options.suites) {
-    if (!RunSuite(options.tree, *suite, options.progress)) return 1;
+  const std::string root_name =
+      options.output.empty() ? options.tree : options.output;
+  UniqueFd root = options.output.empty()
+                      ? UniqueFd(dup(tree.get()))
+                      : OpenGivenDirectory(options.output, true, &why);
+  if (!root) {
+    std::fprintf(stderr, "fipsval: cannot use the output directory %s: %s\n",
+                 options.output.c_str(), why.c_str());
+    return 1;
   }
+  // Two runs answering into one place would mix their responses.
+  if (flock(root.get(), LOCK_EX | LOCK_NB) != 0) {
+    std::fprintf(stderr,
+                 "fipsval: another fipsval run is writing responses to %s: "
+                 "try again when it has finished\n",
+                 root_name.c_str());
+    return 1;
+  }
+
+  // Every file of the selected suites, each suite once.
+  std::vector<TreeFile> files;
+  std::set<const fips_tv*> seen;
+  for (const fips_tv* suite : options.suites) {
+    if (!seen.insert(suite).second) continue;
+    for (const char* const* name = suite->get_filenames(); *name; ++name) {
+      TreeFile file;
+      file.suite = suite;
+      file.name = *name;
+      file.request_path =
+          Join(Join(Join(options.tree, suite->dir), "req"), file.name + ".req");
+      file.response_path =
+          Join(Join(Join(root_name, suite->dir), "resp"), file.name + ".rsp");
+      file.record.dir = suite->dir;
+      file.record.name = *name;
+      ReadRequest(tree.get(), file);
+      if (file.plan == Plan::kRun) CheckRequestText(file);
+      files.push_back(std::move(file));
+    }
+  }
+  const std::vector<std::string> unhandled =
+      UnhandledRequests(tree.get(), options.tree, options.suites);
+
+  Staging staging;
+  if (!PrepareStaging(&staging, &why)) {
+    std::fprintf(stderr, "fipsval: %s\n", why.c_str());
+    return 1;
+  }
+  if (options.verbosity >= 2) {
+    std::fprintf(stderr, "fipsval: staging: %s\n",
+                 DescribeStaging(staging.kind));
+  }
+
+  RunRecord record;
+  record.tree = Absolute(options.tree);
+  record.started = UtcNow();
+  for (const TreeFile& file : files) record.files.push_back(file.record);
+  if (!WriteRecord(root.get(), record, &why)) {
+    std::fprintf(stderr, "fipsval: cannot write %s in %s: %s%s\n",
+                 kRunRecordName, root_name.c_str(), why.c_str(),
+                 options.output.empty()
+                     ? " (use --output DIR for a read-only tree)"
+                     : "");
+    return 1;
+  }
+
+  // Responses of an earlier run must not pass for answers of this one.
+  std::vector<int> to_run;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    TreeFile& file = files[i];
+    if (file.plan == Plan::kMissing) continue;
+    UniqueFd dir = OpenDirBelow(root.get(), file.suite->dir, false, &why);
+    UniqueFd resp =
+        dir ? OpenDirBelow(dir.get(), "resp", false, &why) : UniqueFd();
+    if (resp && !RemoveFileBelow(resp.get(), file.name + ".rsp", &why)) {
+      file.plan = Plan::kRefused;
+      file.record.message =
+          "cannot remove the old response " + file.response_path + ": " + why;
+      continue;
+    }
+    if (file.plan == Plan::kRun) to_run.push_back(static_cast<int>(i));
+  }
+
+  int status = 0;
+  if (!to_run.empty()) {
+    int pipe_fds[2];
+    if (pipe2(pipe_fds, O_CLOEXEC) != 0) {
+      std::fprintf(stderr, "fipsval: cannot create a pipe: %s\n",
+                   std::strerror(errno));
+      return 1;
+    }
+    const std::string marker = Nonce();
+    const int root_fd = root.get();
+    const pid_t child =
+        StartStaged(staging, pipe_fds[1], [&](const StagingDirs& dirs) {
+          close(pipe_fds[0]);
+          setvbuf(stdout, nullptr, _IOLBF, 0);
+          for (int index : to_run)
+            StageAndRun(files[index], index, marker, dirs, root_fd);
+          return 0;
+        });
+    close(pipe_fds[1]);
+    if (child < 0) {
+      close(pipe_fds[0]);
+      std::fprintf(stderr, "fipsval: cannot start the run: %s\n",
+                   std::strerror(errno));
+      return 1;
+    }
+    OutputSorter sorter(files, marker, options);
+    ReadLines(pipe_fds[0], sorter);
+    close(pipe_fds[0]);
+    sorter.Finish();
+    status = WaitStaged(child);
+  }
+  std::string stopped;
+  if (status > 128) {
+    stopped = std::string("the run stopped: ") + strsignal(status - 128);
+  } else if (status != 0) {
+    stopped = "the run stopped (exit status " + std::to_string(status) + ")";
+  }
+  for (int index : to_run) {
+    TreeFile& file = files[index];
+    if (file.ended) continue;
+    std::string runner;
+    for (const std::string& line : file.runner_lines) runner += "; " + line;
+    // The file being answered when the run stopped is the one that stopped it.
+    file.record.outcome =
+        file.begun ? Outcome::kRunnerError : Outcome::kNotAnswered;
+    const std::string why = stopped.empty() ? "the run ended early" : stopped;
+    file.record.message = file.begun ? why + runner : "not run (" + why + ")";
+  }
+
+  record.files.clear();
+  bool failed = !stopped.empty();
+  for (const TreeFile& file : files) {
+    record.files.push_back(file.record);
+    if (file.plan != Plan::kMissing &&
+        file.record.outcome != Outcome::kAnswered) {
+      failed = true;
+    }
+  }
+  record.finished = UtcNow();
+  if (!WriteRecord(root.get(), record, &why)) {
+    std::fprintf(stderr, "fipsval: cannot write %s in %s: %s\n", kRunRecordName,
+                 root_name.c_str(), why.c_str());
+    failed = true;
+  }
+  PrintSummary(options, files, unhandled, root_name, SecondsSince(start));
+  if (to_run.empty()) {
+    std::fprintf(
+        stderr,
+        "fipsval: no request file of the selected suites could be run\n");
+    failed = true;
+  }
+  std::fflush(stdout);
+  return failed ? 1 : 0;
+}
+
+int ExportEntropy(int count, const std::string& output_dir) {
+  std::string why;
+  Staging staging;
+  if (!PrepareStaging(&staging, &why)) {
+    std::fprintf(stderr, "fipsval: %s\n", why.c_str());
+    return 1;
+  }
+  const std::string target = output_dir.empty() ? "/tmp/resp" : output_dir;
+  UniqueFd dir = output_dir.empty()
+                     ? OpenOwnDirectory("/tmp/resp", &why)
+                     : OpenGivenDirectory(output_dir, true, &why);
+  if (!dir) {
+    std::fprintf(stderr, "fipsval: cannot write the samples to %s: %s\n",
+                 target.c_str(), why.c_str());
+    return 1;
+  }
+  int pipe_fds[2];
+  if (pipe2(pipe_fds, O_CLOEXEC) != 0) return 1;
+  const int dir_fd = dir.get();
+  const pid_t child =
+      StartStaged(staging, pipe_fds[1], [&](const StagingDirs& dirs) {
+        close(pipe_fds[0]);
+        constexpr const char* kName = "entropy_samples";
+        std::string error;
+        RemoveFileBelow(dirs.response, kName, &error);
+        const int result = fips_tv_get_drbg_entropy_source(count);
+        std::fflush(stdout);
+        if (result < 0) return 2;
+        std::string content;
+        if (!ReadFileBelow(dirs.response, kName, kMaxResponseBytes, &content,
+                           &error) ||
+            !ReplaceFileBelow(dir_fd, kName, content, 0644, &error)) {
+          std::fprintf(stderr, "fipsval: cannot write %s/%s: %s\n",
+                       target.c_str(), kName, error.c_str());
+          return 1;
+        }
+        return 0;
+      });
+  close(pipe_fds[1]);
+  if (child < 0) {
+    close(pipe_fds[0]);
+    return 1;
+  }
+  // The export prints nothing when it succeeds: any line is a failure.
+  bool printed = false;
+  char buffer[4096];
+  for (ssize_t n; (n = read(pipe_fds[0], buffer, sizeof buffer)) != 0;) {
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) break;
+    printed = true;
+    std::fwrite(buffer, 1, static_cast<std::size_t>(n), stdout);
+  }
+  close(pipe_fds[0]);
+  std::fflush(stdout);
+  const int status = WaitStaged(child);
+  if (status != 0 || printed) {
+    std::fprintf(stderr, "fipsval: the entropy export failed%s\n",
+                 status == 2 ? " (the library returned an error)" : "");
+    return 1;
+  }
+  std::fprintf(stderr,
+               "fipsval: %d samples of 640 bytes in %s/entropy_samples\n",
+               count, target.c_str());
   return 0;
 }
 

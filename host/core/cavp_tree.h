@@ -1,8 +1,14 @@
-// Running the library's suites over a lab's CAVP tree: request files are
-// staged from <tree>/<DIR>/req into "/tmp/req", the suite runs, and its
-// responses are collected from "/tmp/resp" into <tree>/<DIR>/resp.
+// Running the library's suites over a lab's CAVP tree. Each request
+// <tree>/<DIR>/req/<name>.req is read without following links, checked, and
+// staged alone into a private "/tmp/req" (see private_staging.h); the suite
+// runs in a child process whose console output is sorted into progress and
+// runner errors per file; the response is written to
+// <root>/<DIR>/resp/<name>.rsp by a rename, root being the output directory
+// or the tree. A summary line per request file and the run record
+// <root>/fipsval-run.json say what was answered.
 #pragma once
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -14,16 +20,23 @@ struct RunOptions {
   std::string tree;
   std::vector<const fips_tv*> suites;
   bool progress = false;  // suite, file and elapsed time on standard error
+  std::string output;     // response root; empty: the tree itself
+  int verbosity = 1;      // 0: problems and totals only; 2: suite titles too
 };
 
-// Returns 0 when every selected suite ran and its responses were collected;
-// otherwise prints one line saying what stopped the run and returns 1.
-// A request file missing from the tree is not staged, so the library
-// reports it ("Couldn't open …") and goes on, as it does for a host.
+// Returns 0 when every request file present in the tree for the selected
+// suites was answered without a runner error; 1 otherwise (a file refused,
+// not answered, a runner error, or a run that could not start, said in one
+// line). Request files missing from the tree are listed, not run.
 int RunTree(const RunOptions& options);
 
 // True when <tree>/<DIR>/req exists for at least one of the suites.
 bool TreeHasRequests(const std::string& tree,
                      const std::vector<const fips_tv*>& suites);
+
+// Writes `count` entropy samples (fips_tv_get_drbg_entropy_source) with
+// private staging, then puts "entropy_samples" into output_dir (empty:
+// "/tmp/resp", which must then be this user's own directory). 0 on success.
+int ExportEntropy(int count, const std::string& output_dir);
 
 }  // namespace fipsval::host

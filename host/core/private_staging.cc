@@ -1,0 +1,211 @@
+#include "host/core/private_staging.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/file.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+namespace fipsval::host {
+namespace {
+
+constexpr const char* kLockPath = "/tmp/.fipsval.lock";
+constexpr const char* kStagingDirs[] = {"/tmp/req", "/tmp/resp"};
+
+bool WriteProcFile(const char* path, const std::string& text) {
+  UniqueFd fd(open(path, O_WRONLY | O_CLOEXEC));
+  return fd && write(fd.get(), text.data(), text.size()) ==
+                   static_cast<ssize_t>(text.size());
+}
+
+// In the child: a mount namespace of its own (inside a user namespace that
+// maps the caller's ids onto themselves when that is what it takes), mounts
+// made private, and a fresh tmpfs on /tmp holding req and resp.
+bool EnterPrivateTmp(StagingKind kind) {
+  if (kind == StagingKind::kPrivateUserNamespace) {
+    const uid_t uid = geteuid();
+    const gid_t gid = getegid();
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+    WriteProcFile("/proc/self/setgroups", "deny");
+    if (!WriteProcFile("/proc/self/uid_map", std::to_string(uid) + " " +
+                                                 std::to_string(uid) + " 1") ||
+        !WriteProcFile("/proc/self/gid_map", std::to_string(gid) + " " +
+                                                 std::to_string(gid) + " 1")) {
+      return false;
+    }
+  } else if (unshare(CLONE_NEWNS) != 0) {
+    return false;
+  }
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    return false;
+  }
+  if (mount("fipsval", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0700") !=
+      0) {
+    return false;
+  }
+  for (const char* dir : kStagingDirs) {
+    if (mkdir(dir, 0700) != 0) return false;
+  }
+  return true;
+}
+
+bool Probe(StagingKind kind) {
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child < 0) return false;
+  if (child == 0) _exit(EnterPrivateTmp(kind) ? 0 : 1);
+  return WaitStaged(child) == 0;
+}
+
+// The shared directory must be ours, a real directory, and closed to
+// others; it is created so, and a mode that lets others read is tightened.
+}  // namespace
+
+UniqueFd OpenOwnDirectory(const char* path, std::string* why) {
+  if (mkdir(path, 0700) != 0 && errno != EEXIST) {
+    *why = std::string("cannot create ") + path + ": " + std::strerror(errno);
+    return {};
+  }
+  struct stat st;
+  if (lstat(path, &st) != 0) {
+    *why = std::string("cannot use ") + path + ": " + std::strerror(errno);
+    return {};
+  }
+  if (S_ISLNK(st.st_mode) || !S_ISDIR(st.st_mode)) {
+    *why =
+        std::string(path) + " is not a directory (a link or a file): refused";
+    return {};
+  }
+  UniqueFd fd(open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!fd || fstat(fd.get(), &st) != 0) {
+    *why = std::string("cannot open ") + path + ": " + std::strerror(errno);
+    return {};
+  }
+  if (st.st_uid != geteuid()) {
+    *why = std::string(path) + " belongs to uid " + std::to_string(st.st_uid) +
+           ", not to this user: refused";
+    return {};
+  }
+  if ((st.st_mode & 022) != 0) {
+    *why = std::string(path) + " is writable by other users: refused";
+    return {};
+  }
+  if ((st.st_mode & 07777) != 0700 && fchmod(fd.get(), 0700) != 0) {
+    *why = std::string("cannot make ") + path +
+           " mode 0700: " + std::strerror(errno);
+    return {};
+  }
+  return fd;
+}
+
+namespace {
+
+bool TakeLock(UniqueFd* lock, std::string* why) {
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  UniqueFd fd(open(kLockPath, kFlags));
+  if (!fd && errno == ENOENT) {
+    fd = UniqueFd(open(kLockPath, kFlags | O_CREAT | O_EXCL, 0644));
+    if (!fd && errno == EEXIST) fd = UniqueFd(open(kLockPath, kFlags));
+  }
+  struct stat st;
+  if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) {
+    *why = std::string("cannot use the lock file ") + kLockPath + ": " +
+           (fd ? "not a regular file" : std::strerror(errno));
+    return false;
+  }
+  if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+    *why = errno == EWOULDBLOCK
+               ? std::string(
+                     "another fipsval run or entropy export is using "
+                     "/tmp/req and /tmp/resp (lock ") +
+                     kLockPath + "): try again when it has finished"
+               : std::string("cannot lock ") + kLockPath + ": " +
+                     std::strerror(errno);
+    return false;
+  }
+  *lock = std::move(fd);
+  return true;
+}
+
+}  // namespace
+
+bool PrepareStaging(Staging* staging, std::string* why) {
+  for (StagingKind kind :
+       {StagingKind::kPrivateNamespace, StagingKind::kPrivateUserNamespace}) {
+    if (kind == StagingKind::kPrivateNamespace && geteuid() != 0) continue;
+    if (Probe(kind)) {
+      staging->kind = kind;
+      return true;
+    }
+  }
+  staging->kind = StagingKind::kLockedShared;
+  if (!TakeLock(&staging->lock, why)) return false;
+  for (const char* dir : kStagingDirs) {
+    if (!OpenOwnDirectory(dir, why)) return false;
+  }
+  return true;
+}
+
+const char* DescribeStaging(StagingKind kind) {
+  switch (kind) {
+    case StagingKind::kPrivateNamespace:
+      return "private /tmp/req and /tmp/resp (own mount namespace)";
+    case StagingKind::kPrivateUserNamespace:
+      return "private /tmp/req and /tmp/resp (own user and mount namespace)";
+    case StagingKind::kLockedShared:
+      break;
+  }
+  return "shared /tmp/req and /tmp/resp, locked, owned by this user, mode 0700";
+}
+
+pid_t StartStaged(const Staging& staging, int stdout_fd,
+                  const std::function<int(const StagingDirs&)>& body) {
+  std::fflush(nullptr);
+  const pid_t parent = getpid();
+  const pid_t child = fork();
+  if (child != 0) return child;
+  // The run ends with fipsval: an orphan must not go on writing responses.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(kStagingFailed);
+  if (stdout_fd >= 0 && dup2(stdout_fd, STDOUT_FILENO) < 0) {
+    _exit(kStagingFailed);
+  }
+  if (staging.kind != StagingKind::kLockedShared &&
+      !EnterPrivateTmp(staging.kind)) {
+    std::fprintf(stderr,
+                 "fipsval: cannot make /tmp/req and /tmp/resp private: %s\n",
+                 std::strerror(errno));
+    _exit(kStagingFailed);
+  }
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  UniqueFd request(open(kStagingDirs[0], kFlags));
+  UniqueFd response(open(kStagingDirs[1], kFlags));
+  if (!request || !response) {
+    std::fprintf(stderr, "fipsval: cannot open the staging directories: %s\n",
+                 std::strerror(errno));
+    _exit(kStagingFailed);
+  }
+  const int status = body({request.get(), response.get()});
+  std::fflush(nullptr);
+  _exit(status);
+}
+
+int WaitStaged(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) return kStagingFailed;
+  }
+  if (WIFEXITED(status)) return WEXITSTATUS(status);
+  return 128 + WTERMSIG(status);
+}
+
+}  // namespace fipsval::host

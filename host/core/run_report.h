@@ -1,0 +1,49 @@
+// What a run tells its user: the library's console lines sorted into
+// progress chatter and runner errors, each request file's outcome, and the
+// run record "fipsval-run.json" that `verify` reads.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace fipsval::host {
+
+// A suite title that a run operation prints before each of its runners
+// ("TDES KAT VARTEXT", "Running SigGen test", ...).
+bool IsSuiteTitle(std::string_view line);
+
+// A runner's normal progress line for the file `name`: "Running file NAME",
+// the TDES Monte Carlo "ENCRYPT", "DECRYPT", "50 of 400", "COUNT = 3".
+bool IsProgressLine(std::string_view line, std::string_view name);
+
+// The line with control characters shown as "\xNN" (request text echoed by
+// a runner may hold anything).
+std::string Printable(std::string_view line);
+
+enum class Outcome { kAnswered, kRunnerError, kNotAnswered };
+const char* OutcomeName(Outcome outcome);  // "answered", "runner-error", ...
+
+struct FileRecord {
+  std::string dir;
+  std::string name;
+  Outcome outcome = Outcome::kNotAnswered;
+  std::string message;
+};
+
+struct RunRecord {
+  std::string tree;  // absolute
+  std::string started;
+  std::optional<std::string> finished;
+  std::vector<FileRecord> files;
+};
+
+// "2026-11-23T11:43:32Z"
+std::string UtcNow();
+
+std::string RunRecordJson(const RunRecord& record);
+
+inline constexpr const char* kRunRecordName = "fipsval-run.json";
+
+}  // namespace fipsval::host
