@@ -2,9 +2,7 @@
 // low-level SHA-1.
 #include <openssl/sha.h>
 
-#include <cstddef>
-#include <cstdint>
-
+#include "harness/runner_io.h"
 #include "harness/runners.h"
 #include "suites/sha_runner.h"
 
@@ -16,23 +14,21 @@ int hash(const uint8_t* msg, std::size_t len, uint8_t* md) {
   return SHA1_Init(&ctx) && SHA1_Update(&ctx, msg, len) && SHA1_Final(md, &ctx);
 }
 
-struct Sha1 {
-  static constexpr std::size_t kDigestLen = SHA_DIGEST_LENGTH;
-  static constexpr char kMarker[] = "[L = 20]";
-  static int hash(const uint8_t* msg, std::size_t len, uint8_t* md) {
-    return fipsval::hash(msg, len, md);
-  }
-};
-static_assert(Sha1::kDigestLen == 20);
+constexpr ShaDigest kSha1 = {SHA_DIGEST_LENGTH, "[L = 20]", hash};
 
 }  // namespace
 
-void test_sha1_from_file(const char* name) {
-  sha_runner::RunMessages<Sha1>(name);
+void test_sha1_from_stream(std::FILE* req, std::FILE* rsp) {
+  RunShaMessages(kSha1, req, rsp);
 }
-
+void test_sha1_mct_from_stream(std::FILE* req, std::FILE* rsp) {
+  RunShaMonteCarlo(kSha1, req, rsp);
+}
+void test_sha1_from_file(const char* name) {
+  RunOnFiles(name, test_sha1_from_stream);
+}
 void test_sha1_mct_from_file(const char* name) {
-  sha_runner::RunMonteCarlo<Sha1>(name);
+  RunOnFiles(name, test_sha1_mct_from_stream);
 }
 
 }  // namespace fipsval

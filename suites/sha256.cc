@@ -2,9 +2,7 @@
 // low-level SHA-256.
 #include <openssl/sha.h>
 
-#include <cstddef>
-#include <cstdint>
-
+#include "harness/runner_io.h"
 #include "harness/runners.h"
 #include "suites/sha_runner.h"
 
@@ -17,23 +15,21 @@ int hash(const uint8_t* msg, std::size_t len, uint8_t* md) {
          SHA256_Final(md, &ctx);
 }
 
-struct Sha256 {
-  static constexpr std::size_t kDigestLen = SHA256_DIGEST_LENGTH;
-  static constexpr char kMarker[] = "[L = 32]";
-  static int hash(const uint8_t* msg, std::size_t len, uint8_t* md) {
-    return fipsval::hash(msg, len, md);
-  }
-};
-static_assert(Sha256::kDigestLen == 32);
+constexpr ShaDigest kSha256 = {SHA256_DIGEST_LENGTH, "[L = 32]", hash};
 
 }  // namespace
 
-void test_sha256_from_file(const char* name) {
-  sha_runner::RunMessages<Sha256>(name);
+void test_sha256_from_stream(std::FILE* req, std::FILE* rsp) {
+  RunShaMessages(kSha256, req, rsp);
 }
-
+void test_sha256_mct_from_stream(std::FILE* req, std::FILE* rsp) {
+  RunShaMonteCarlo(kSha256, req, rsp);
+}
+void test_sha256_from_file(const char* name) {
+  RunOnFiles(name, test_sha256_from_stream);
+}
 void test_sha256_mct_from_file(const char* name) {
-  sha_runner::RunMonteCarlo<Sha256>(name);
+  RunOnFiles(name, test_sha256_mct_from_stream);
 }
 
 }  // namespace fipsval

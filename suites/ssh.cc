@@ -44,58 +44,37 @@ using Piece = std::span<const uint8_t>;
 
 // One digest over the pieces in order: init, one update each, final.
 template <typename D>
-void digest(std::initializer_list<Piece> pieces, uint8_t* out) {
+void Digest(std::initializer_list<Piece> pieces, uint8_t* out) {
   typename D::Ctx ctx;
   D::Init(&ctx);
   for (const Piece& p : pieces) D::Update(&ctx, p.data(), p.size());
   D::Final(out, &ctx);
 }
 
-// K1 = HASH(K || H || letter || session_id).
+// K2 = HASH(K || H || K1), the extension for keys longer than a digest.
 template <typename D>
-void first_block(const uint8_t* k, unsigned k_len, const uint8_t* h,
-                 char letter, const uint8_t* session_id, uint8_t* out) {
+int HashK(const uint8_t* k, unsigned k_len, const uint8_t* h,
+          const uint8_t* previous, uint8_t* out) {
+  Digest<D>({Piece(k, k_len), Piece(h, D::kLen), Piece(previous, D::kLen)},
+            out);
+  return 1;
+}
+
+// K1 = HASH(K || H || letter || session_id), then K2 when more is needed.
+template <typename D>
+int HashLetter(const uint8_t* k, unsigned k_len, const uint8_t* h,
+               char letter, const uint8_t* session_id, uint8_t* out,
+               int needed) {
   const uint8_t x = static_cast<uint8_t>(letter);
-  digest<D>({Piece(k, k_len), Piece(h, D::kLen), Piece(&x, 1),
+  Digest<D>({Piece(k, k_len), Piece(h, D::kLen), Piece(&x, 1),
              Piece(session_id, D::kLen)},
             out);
-}
-
-// K2 = HASH(K || H || K1), the extension for keys longer than a digest.
-int sha1_hash_K(const uint8_t* k, unsigned k_len, const uint8_t* h,
-                const uint8_t* previous, uint8_t* out) {
-  digest<Sha1>({Piece(k, k_len), Piece(h, Sha1::kLen),
-                Piece(previous, Sha1::kLen)},
-               out);
+  if (needed > D::kLen) HashK<D>(k, k_len, h, out, out + D::kLen);
   return 1;
 }
 
-int sha256_hash_K(const uint8_t* k, unsigned k_len, const uint8_t* h,
-                  const uint8_t* previous, uint8_t* out) {
-  digest<Sha256>({Piece(k, k_len), Piece(h, Sha256::kLen),
-                  Piece(previous, Sha256::kLen)},
-                 out);
-  return 1;
-}
-
-int sha1_hash(const uint8_t* k, unsigned k_len, const uint8_t* h, char letter,
-              const uint8_t* session_id, uint8_t* out, int needed) {
-  first_block<Sha1>(k, k_len, h, letter, session_id, out);
-  if (needed > Sha1::kLen) {
-    sha1_hash_K(k, k_len, h, out, out + Sha1::kLen);
-  }
-  return 1;
-}
-
-int sha256_hash(const uint8_t* k, unsigned k_len, const uint8_t* h,
-                char letter, const uint8_t* session_id, uint8_t* out,
-                int needed) {
-  first_block<Sha256>(k, k_len, h, letter, session_id, out);
-  if (needed > Sha256::kLen) {
-    sha256_hash_K(k, k_len, h, out, out + Sha256::kLen);
-  }
-  return 1;
-}
+constexpr auto sha1_hash = HashLetter<Sha1>;
+constexpr auto sha256_hash = HashLetter<Sha256>;
 
 // Derives `needed` bytes (at most two digests) for one letter into out.
 int hash(int hash_len, const uint8_t* k, unsigned k_len, const uint8_t* h,
@@ -112,7 +91,7 @@ int hash(int hash_len, const uint8_t* k, unsigned k_len, const uint8_t* h,
 
 // The digest length a section marker selects, 0 for any other line.
 // "[SHA-256]" wins when a line holds both markers.
-int marker_hash_len(const char* line) {
+int MarkerHashLen(const char* line) {
   if (std::strstr(line, "[SHA-256]")) return Sha256::kLen;
   if (std::strstr(line, "[SHA-1]")) return Sha1::kLen;
   return 0;
@@ -126,48 +105,30 @@ struct Section {
 
 // Reads the three length lines that follow a marker. The shared-secret
 // length is copied but not needed: K carries its own length.
-bool read_section_header(const RunnerFiles& files, Section& s) {
+bool ReadSectionHeader(const Session& s, Section& section) {
   int secret_bits = 0;
   int iv_bits = 0;
   int key_bits = 0;
-  if (!fips_tv_extract_len(files.req(), files.rsp(),
-                           "[shared secret length = ", &secret_bits) ||
-      !fips_tv_extract_len(files.req(), files.rsp(), "[IV length = ",
-                           &iv_bits) ||
-      !fips_tv_extract_len(files.req(), files.rsp(),
-                           "[encryption key length = ", &key_bits)) {
+  if (!fips_tv_extract_len(s.req(), s.rsp(), "[shared secret length = ",
+                           &secret_bits) ||
+      !fips_tv_extract_len(s.req(), s.rsp(), "[IV length = ", &iv_bits) ||
+      !fips_tv_extract_len(s.req(), s.rsp(), "[encryption key length = ",
+                           &key_bits)) {
     return false;
   }
-  s.iv_len = iv_bits / 8;
-  s.key_len = key_bits / 8;
-  const int limit = 2 * s.hash_len;
-  if (s.key_len > limit) {
-    std::printf("The encryption key length is over limit %d(%d)\n", s.key_len,
-                limit);
-    return false;
-  }
-  // The IVs come out of the same two-digest derivation.
-  if (s.iv_len > limit) {
-    std::printf("The encryption key length is over limit %d(%d)\n", s.iv_len,
-                limit);
-    return false;
+  section.iv_len = iv_bits / 8;
+  section.key_len = key_bits / 8;
+  const int limit = 2 * section.hash_len;
+  // The IVs come out of the same two-digest derivation; both over-limit
+  // messages name the key length.
+  for (const int len : {section.key_len, section.iv_len}) {
+    if (len > limit) {
+      std::printf("The encryption key length is over limit %d(%d)\n", len,
+                  limit);
+      return false;
+    }
   }
   return true;
-}
-
-// Parses the next line's hex value into out. Returns its byte count, 0 when
-// the line lacks the tag or a value (the reader has said which), or -1 for
-// a value longer than out (reported here).
-int parse_field(const RunnerFiles& files, const char* tag,
-                std::span<uint8_t> out) {
-  const int n =
-      ParseKeyBounded(files.req(), files.rsp(), tag, out.data(), out.size());
-  if (n > static_cast<int>(out.size())) {
-    std::printf("%.*s is too long: %d bytes, at most %zu\n",
-                static_cast<int>(std::strcspn(tag, " ")), tag, n, out.size());
-    return -1;
-  }
-  return n;
 }
 
 struct Output {
@@ -185,37 +146,37 @@ constexpr std::array<Output, 6> kOutputs = {{
     {'F', "Integrity key (server to client) = ", nullptr},
 }};
 
-constexpr AnswerMessages kRndMessages = {
-    .convert = "Error converting rnd to ascii",
-    .tag = "Problem writing rnd tag to rsp file",
-    .value = "Problem writing rnd to rsp file",
-};
-
 // One test case, after its COUNT line: K, H and session_id in, six derived
 // values out. Returns false when the runner must stop.
-bool answer_case(const RunnerFiles& files, const Section& s,
-                 std::span<char> line) {
+bool AnswerCase(const Session& s, const Section& section) {
   std::array<uint8_t, kMaxK> k{};
-  const int k_len = parse_field(files, "K = ", k);
-  if (k_len == 0) std::printf("Problem parse %s\n", "K = ");
-  if (k_len <= 0) return false;
+  const auto k_len = ParseHexField(s, "K = ", k);
+  if (k_len && *k_len == 0) std::printf("Problem parse %s\n", "K = ");
+  if (!k_len || *k_len == 0) return false;
   std::array<uint8_t, kMaxHashInput> h{};
-  if (parse_field(files, "H = ", h) <= 0) return false;
   std::array<uint8_t, kMaxHashInput> session_id{};
-  if (parse_field(files, "session_id = ", session_id) <= 0) return false;
-  std::memset(line.data(), 0, line.size());
+  for (const auto& [tag, field] :
+       {std::pair{"H = ", std::span(h)},
+        std::pair{"session_id = ", std::span(session_id)}}) {
+    const auto n = ParseHexField(s, tag, field);
+    if (!n || *n == 0) return false;
+  }
+  std::memset(s.line(), 0, s.buffer().size());
 
   std::array<uint8_t, kMaxDerived> derived{};
   std::array<char, 2 * kMaxDerived + 1> text{};
   for (const Output& o : kOutputs) {
-    const int len = o.length ? s.*o.length : s.hash_len;
-    if (!hash(s.hash_len, k.data(), static_cast<unsigned>(k_len), h.data(),
-              o.letter, session_id.data(), derived.data(), len)) {
+    const int len = o.length ? section.*o.length : section.hash_len;
+    if (!hash(section.hash_len, k.data(), static_cast<unsigned>(*k_len),
+              h.data(), o.letter, session_id.data(), derived.data(), len)) {
       Fail("Error hashing");
       return false;
     }
-    if (!WriteAnswer(files, o.tag, derived.data(), len, text.data(),
-                     text.size(), kRndMessages)) {
+    if (!s.Answer(o.tag, derived.data(), len,
+                  {"Error converting rnd to ascii",
+                   "Problem writing rnd tag to rsp file",
+                   "Problem writing rnd to rsp file"},
+                  text)) {
       return false;
     }
   }
@@ -224,22 +185,21 @@ bool answer_case(const RunnerFiles& files, const Section& s,
 
 }  // namespace
 
-void test_ssh_from_file(const char* name) {
-  RunnerFiles files;
-  if (!files.Open(name)) return;
-
+void test_ssh_from_stream(std::FILE* req, std::FILE* rsp) {
   std::array<char, 4096> line{};
+  const Session s(req, rsp, line);
   Section section;
-  while (files.ReadLine(line.data(), static_cast<int>(line.size()))) {
-    if (!files.Copy(line.data())) return;
-    if (const int hash_len = marker_hash_len(line.data())) {
-      section.hash_len = hash_len;
-      if (!read_section_header(files, section)) return;
-    } else if (section.hash_len && std::strstr(line.data(), "COUNT")) {
-      if (!answer_case(files, section, line)) return;
-    }
-  }
-  if (!section.hash_len) Fail("Never found starting marker");
+  RunKdfSections(
+      s, MarkerHashLen,
+      [&](int hash_len) {
+        section.hash_len = hash_len;
+        return ReadSectionHeader(s, section);
+      },
+      [&] { return AnswerCase(s, section); });
+}
+
+void test_ssh_from_file(const char* name) {
+  RunOnFiles(name, test_ssh_from_stream);
 }
 
 }  // namespace fipsval

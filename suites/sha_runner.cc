@@ -1,0 +1,112 @@
+#include "suites/sha_runner.h"
+
+#include <array>
+#include <cstring>
+
+#include "harness/runner_io.h"
+
+namespace fipsval {
+namespace {
+
+constexpr std::size_t kMaxDigest = 32;
+constexpr int kMonteCheckpoints = 100;
+constexpr int kMonteIterations = 1000;
+
+constexpr AnswerMessages kDigestMessages = {
+    "Error converting digest to ascii",
+    "Problem writing digest tag to rsp file",
+    "Problem writing digest to rsp file",
+};
+
+}  // namespace
+
+// The tags are searched anywhere in the line, but the values are read at a
+// fixed index, as if the tag began the line: a line with leading text is
+// read wrongly rather than refused.
+void RunShaMessages(const ShaDigest& digest, std::FILE* req, std::FILE* rsp) {
+  // A long-message line holds up to ~10 KB of message as hex; the message
+  // buffer matches the line buffer, so any line's value fits it.
+  constexpr int kLineSize = 20000;
+  std::array<char, kLineSize> line{};
+  std::array<uint8_t, kLineSize> msg;
+  const Session s(req, rsp, line);
+  if (!s.CopyUntil(digest.marker, "Never found encrypt marker")) return;
+
+  while (s.Next()) {
+    if (!s.Has("Len = ")) {
+      if (!s.Copy()) return;
+      continue;
+    }
+    // Whole bytes only; the division truncates toward zero.
+    const int32_t declared = static_cast<int32_t>(s.Number("Len = ")) / 8;
+    if (!s.Copy() || !s.ReadField("Msg = ", "Msg field not present")) return;
+    const std::size_t extracted = s.Hex("Msg = ", msg.data(), msg.size());
+    if (extracted == 0) {
+      Fail("Error extracting msg");
+      return;
+    }
+    // Cannot trigger while a line is no longer than the buffer; a guard
+    // should the sizes ever part.
+    if (extracted > msg.size()) {
+      Fail("Msg field too long for the message buffer");
+      return;
+    }
+    // A declared length of 0 comes with the placeholder message 00, which
+    // is not hashed.
+    if (declared != 0 && static_cast<std::size_t>(declared) != extracted) {
+      std::printf("Msg len mismatch (%d != %d)\n", declared,
+                  static_cast<int>(extracted));
+      return;
+    }
+    if (!s.Copy()) return;
+    std::array<uint8_t, kMaxDigest> md;
+    if (!digest.hash(msg.data(), static_cast<std::size_t>(declared),
+                     md.data())) {
+      Fail("Error hashing");
+      return;
+    }
+    if (!s.Answer("MD = ", md.data(), static_cast<int>(digest.length),
+                  kDigestMessages)) {
+      return;
+    }
+  }
+}
+
+void RunShaMonteCarlo(const ShaDigest& digest, std::FILE* req,
+                      std::FILE* rsp) {
+  const std::size_t n = digest.length;
+  std::array<char, 4096> line{};
+  const Session s(req, rsp, line);
+  if (!s.CopyUntil("Seed = ", "Never found seed marker", MarkerLine::kKept)) {
+    return;
+  }
+  std::array<uint8_t, kMaxDigest> md;
+  if (s.Hex("Seed = ", md.data(), n) != n) {
+    Fail("Error extracting seed");
+    return;
+  }
+  if (!s.Copy() || !s.WriteEol()) return;
+
+  // Three consecutive slots: the oldest digest first.
+  std::array<uint8_t, 3 * kMaxDigest> slots;
+  for (int j = 0; j < kMonteCheckpoints; ++j) {
+    std::memcpy(slots.data() + n, md.data(), n);
+    std::memcpy(slots.data() + 2 * n, md.data(), n);
+    for (int i = 0; i < kMonteIterations; ++i) {
+      std::memmove(slots.data(), slots.data() + n, 2 * n);
+      std::memcpy(slots.data() + 2 * n, md.data(), n);
+      if (!digest.hash(slots.data(), 3 * n, md.data())) {
+        Fail("Error hashing");
+        return;
+      }
+    }
+    if (!s.WriteNumber("COUNT = ", j, "Problem writing count tag to rsp file",
+                       "Problem writing count to rsp file") ||
+        !s.Answer("MD = ", md.data(), static_cast<int>(n), kDigestMessages) ||
+        !s.WriteEol()) {
+      return;
+    }
+  }
+}
+
+}  // namespace fipsval
