@@ -10,7 +10,8 @@
 
 namespace fipsval {
 
-inline constexpr unsigned long kRbgSetParamsIoctl = FIPSVAL_DRBG_SET_PARAMS_IOCTL;
+inline constexpr unsigned long kRbgSetParamsIoctl =
+    FIPSVAL_DRBG_SET_PARAMS_IOCTL;
 inline constexpr uint32_t kRbgParamsFollowing = FIPSVAL_DRBG_PARAMS_FOLLOWING;
 inline constexpr std::size_t kRbgEntropyLen = FIPSVAL_DRBG_ENTROPY_LEN;
 inline constexpr std::size_t kRbgNonceLen = FIPSVAL_DRBG_NONCE_LEN;

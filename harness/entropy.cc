@@ -41,7 +41,8 @@ int WriteEntropySamples(std::FILE* out, int count) {
       return result;
     }
     fips_tv_convert_to_asc(sample.data(), kSampleSize, text.data());
-    if (!WriteChecked(out, text.data(), "Problem writing entropy to rsp file") ||
+    if (!WriteChecked(out, text.data(),
+                      "Problem writing entropy to rsp file") ||
         !WriteChecked(out, "\r\n", kEolError)) {
       return result;
     }

@@ -89,6 +89,39 @@ bool Session::ReadField(std::string_view tag, const char* missing,
   return true;
 }
 
+bool Session::ReadHex(std::string_view tag, const char* missing,
+                      const char* refused, uint8_t* out,
+                      std::size_t size) const {
+  if (!ReadField(tag, missing)) return false;
+  if (Hex(tag, out, size) != size) {
+    Fail(refused);
+    return false;
+  }
+  return true;
+}
+
+bool Session::ReadCipherData(Direction dir, uint8_t* out,
+                             std::size_t capacity, uint32_t* len,
+                             const char* const too_long[2]) const {
+  const bool enc = dir == Direction::kEncrypt;
+  const char* tag = enc ? "PLAINTEXT = " : "CIPHERTEXT = ";
+  if (!ReadField(tag, enc ? "Plaintext field not present"
+                          : "Ciphertext field not present")) {
+    return false;
+  }
+  *len = static_cast<uint32_t>(Hex(tag, out, capacity));
+  if (*len == 0) {
+    Fail(enc ? "Error extracting plaintext" : "Error extracting ciphertext");
+    return false;
+  }
+  if (*len > capacity) {
+    std::printf(too_long[enc ? 0 : 1], static_cast<int>(*len - capacity));
+    std::putchar('\n');
+    return false;
+  }
+  return true;
+}
+
 std::size_t Session::Hex(std::string_view tag, uint8_t* out,
                          std::size_t capacity) const {
   return DecodeHex(line() + tag.size(), out, capacity);

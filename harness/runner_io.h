@@ -100,6 +100,15 @@ class Session {
   // Reads the next line, which must hold `tag`; else prints `missing`.
   bool ReadField(std::string_view tag, const char* missing,
                  Match how = Match::kContains) const;
+  // ReadField, then the value must decode to exactly `size` bytes into out;
+  // else prints `refused`.
+  bool ReadHex(std::string_view tag, const char* missing, const char* refused,
+               uint8_t* out, std::size_t size) const;
+  // The data line of a cipher vector: "PLAINTEXT = " when encrypting,
+  // "CIPHERTEXT = " when decrypting, 1 to `capacity` bytes into out. A longer
+  // value prints too_long[dir] with the excess (a "%d" format).
+  bool ReadCipherData(Direction dir, uint8_t* out, std::size_t capacity,
+                      uint32_t* len, const char* const too_long[2]) const;
 
   // The value of the current line, read at the tag's length from the start
   // of the line wherever the tag stands: hex decoded into out (at most

@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "fipsval.h"
 #include "harness/runner_io.h"
@@ -40,23 +39,13 @@ struct Buffers {
 // ---------------------------------------------------------------------------
 // Cipher operations.
 
+// The runners' values are at most 256 bytes; OpenSSL reads and writes a
+// trailing partial block whole, so its buffers are padded to full blocks.
+constexpr std::size_t kPadded = kDataMax + kBlock;
+using PaddedBuffer = std::array<uint8_t, kPadded>;
 std::size_t RoundUpToBlock(std::size_t n) {
   return (n + kBlock - 1) / kBlock * kBlock;
 }
-
-// Zeroed scratch space: on the stack for the runners' values (at most 256
-// bytes each, rounded up to whole blocks), on the heap beyond that.
-class Scratch {
- public:
-  explicit Scratch(std::size_t size)
-      : heap_(size > kInline ? std::make_unique<uint8_t[]>(size) : nullptr) {}
-  uint8_t* data() { return heap_ ? heap_.get() : inline_.data(); }
-
- private:
-  static constexpr std::size_t kInline = 3 * (kDataMax + kBlock);
-  std::array<uint8_t, kInline> inline_{};
-  std::unique_ptr<uint8_t[]> heap_;
-};
 
 bool SetOpenSslKey(Direction dir, const uint8_t* key, uint32_t keylen,
                    AES_KEY* out) {
@@ -71,35 +60,29 @@ bool SetOpenSslKey(Direction dir, const uint8_t* key, uint32_t keylen,
 int CbcBothEngines(Direction dir, const uint8_t* in, uint8_t* out, uint32_t len,
         const uint8_t* key, uint32_t keylen, uint8_t* iv) {
   const bool encrypting = dir == Direction::kEncrypt;
-  // OpenSSL reads and writes a trailing partial block whole, so its input
-  // and output are padded to full blocks.
-  const std::size_t padded = RoundUpToBlock(len);
-  Scratch scratch(3 * padded);
-  uint8_t* const ssl_in = scratch.data();
-  uint8_t* const ssl_out = ssl_in + padded;
-  uint8_t* const native_out = ssl_out + padded;
-  std::memcpy(ssl_in, in, len);
+  PaddedBuffer ssl_in{}, ssl_out{}, native_out{};
+  std::memcpy(ssl_in.data(), in, len);
 
   std::array<uint8_t, kBlock> chain;
   std::memcpy(chain.data(), iv, kBlock);
   AES_KEY ssl_key;
   const bool keyed = SetOpenSslKey(dir, key, keylen, &ssl_key);
   if (keyed) {
-    AES_cbc_encrypt(ssl_in, ssl_out, len, &ssl_key, chain.data(),
+    AES_cbc_encrypt(ssl_in.data(), ssl_out.data(), len, &ssl_key, chain.data(),
                     encrypting ? AES_ENCRYPT : AES_DECRYPT);
   }
 
   fips_aes_ctx ctx;
   fips_aes_init(&ctx, encrypting ? 1 : 0, key, static_cast<int>(keylen), iv);
-  fips_aes_update(&ctx, in, static_cast<int>(len), native_out);
+  fips_aes_update(&ctx, in, static_cast<int>(len), native_out.data());
   fips_aes_final(&ctx, nullptr, 0, nullptr);
 
-  if (!keyed || std::memcmp(ssl_out, native_out, len) != 0) {
+  if (!keyed || std::memcmp(ssl_out.data(), native_out.data(), len) != 0) {
     Fail(encrypting ? "ssl and fips ciphers are different"
                     : "ssl and fips plaintexts are different");
     return 0;
   }
-  std::memcpy(out, ssl_out, len);
+  std::memcpy(out, ssl_out.data(), len);
   std::memcpy(iv, chain.data(), kBlock);
   return 1;
 }
@@ -108,19 +91,16 @@ int CbcBothEngines(Direction dir, const uint8_t* in, uint8_t* out, uint32_t len,
 // as a whole (zero-filled) block and cut back to len.
 int EcbOpenSsl(Direction dir, const uint8_t* in, uint8_t* out, uint32_t len,
         const uint8_t* key, uint32_t keylen) {
-  const std::size_t padded = RoundUpToBlock(len);
-  Scratch scratch(2 * padded);
-  uint8_t* const tmp_in = scratch.data();
-  uint8_t* const tmp_out = tmp_in + padded;
-  std::memcpy(tmp_in, in, len);
+  PaddedBuffer tmp_in{}, tmp_out{};
+  std::memcpy(tmp_in.data(), in, len);
   AES_KEY ssl_key;
   if (SetOpenSslKey(dir, key, keylen, &ssl_key)) {
     const int flag = dir == Direction::kEncrypt ? AES_ENCRYPT : AES_DECRYPT;
-    for (std::size_t i = 0; i < padded; i += kBlock) {
-      AES_ecb_encrypt(tmp_in + i, tmp_out + i, &ssl_key, flag);
+    for (std::size_t i = 0; i < RoundUpToBlock(len); i += kBlock) {
+      AES_ecb_encrypt(&tmp_in[i], &tmp_out[i], &ssl_key, flag);
     }
   }
-  std::memcpy(out, tmp_out, len);
+  std::memcpy(out, tmp_out.data(), len);
   return 1;
 }
 
@@ -130,8 +110,10 @@ int Crypt(Mode mode, Direction dir, Buffers& b) {
   const bool enc = dir == Direction::kEncrypt;
   const uint8_t* in = enc ? b.plain : b.cipher;
   uint8_t* out = enc ? b.cipher : b.plain;
-  return mode == Mode::kEcb ? EcbOpenSsl(dir, in, out, b.len, b.key, b.keylen)
-                            : CbcBothEngines(dir, in, out, b.len, b.key, b.keylen, b.iv);
+  if (mode == Mode::kEcb) {
+    return EcbOpenSsl(dir, in, out, b.len, b.key, b.keylen);
+  }
+  return CbcBothEngines(dir, in, out, b.len, b.key, b.keylen, b.iv);
 }
 
 // ---------------------------------------------------------------------------
@@ -150,35 +132,20 @@ bool ReadKeyAndIv(const Session& s, Buffers& b, Mode mode, bool copy) {
   b.keylen = static_cast<uint32_t>(n);
   if (copy && !s.Copy()) return false;
   if (mode == Mode::kEcb) return true;
-  if (!s.ReadField("IV = ", "IV field not present")) return false;
-  if (s.Hex("IV = ", b.iv, kDataMax) != kBlock) {
-    Fail("Error extracting iv");
-    return false;
-  }
-  return !copy || s.Copy();
+  return s.ReadHex("IV = ", "IV field not present", "Error extracting iv", b.iv,
+                   kBlock) &&
+         (!copy || s.Copy());
 }
 
 // Reads the data line of a vector: the plaintext when encrypting, the
 // ciphertext when decrypting.
 bool ReadData(const Session& s, Buffers& b, Direction dir, bool copy) {
-  const bool enc = dir == Direction::kEncrypt;
-  const char* tag = enc ? "PLAINTEXT = " : "CIPHERTEXT = ";
-  if (!s.ReadField(tag, enc ? "Plaintext field not present"
-                            : "Ciphertext field not present")) {
-    return false;
-  }
-  b.len = static_cast<uint32_t>(s.Hex(tag, enc ? b.plain : b.cipher, kDataMax));
-  if (b.len == 0) {
-    Fail(enc ? "Error extracting plaintext" : "Error extracting ciphertext");
-    return false;
-  }
-  if (b.len > kDataMax) {
-    std::printf(enc ? "Plaintext buffer too small by %d bytes\n"
-                    : "Cipher buffer too small by %d bytes\n",
-                static_cast<int>(b.len - kDataMax));
-    return false;
-  }
-  return !copy || s.Copy();
+  static constexpr const char* kTooLong[] = {
+      "Plaintext buffer too small by %d bytes",
+      "Cipher buffer too small by %d bytes"};
+  return s.ReadCipherData(dir, dir == Direction::kEncrypt ? b.plain : b.cipher,
+                          kDataMax, &b.len, kTooLong) &&
+         (!copy || s.Copy());
 }
 
 // ---------------------------------------------------------------------------
@@ -319,7 +286,8 @@ bool RunSeed(const Session& s, Buffers& b, Mode mode, Direction dir) {
                                                : previous.data();
       std::memcpy(in, next, kBlock);
     }
-    if (!WriteRecordTail(s, b, dir) || !UpdateKey(b, mode, out, previous.data())) {
+    if (!WriteRecordTail(s, b, dir) ||
+        !UpdateKey(b, mode, out, previous.data())) {
       return false;
     }
     if (mode == Mode::kCbc) std::memcpy(b.iv, out, kBlock);

@@ -35,8 +35,8 @@ bool BelowSqrt2Bound(const BIGNUM* x, int half, BN_CTX* ctx, bool* below) {
 }
 
 // gcd(x - 1, e) = 1 and x passes the Miller-Rabin test.
-bool CoprimeAndPrime(const BIGNUM* x, const BIGNUM* e, int rounds,
-                       BN_CTX* ctx, bool* good) {
+bool CoprimeAndPrime(const BIGNUM* x, const BIGNUM* e, int rounds, BN_CTX* ctx,
+                     bool* good) {
   UniqueBignum x_minus_1(BN_dup(x));
   UniqueBignum gcd(BN_new());
   if (!x_minus_1 || !gcd || !BN_sub_word(x_minus_1.get(), 1) ||
@@ -54,8 +54,7 @@ bool CoprimeAndPrime(const BIGNUM* x, const BIGNUM* e, int rounds,
 }
 
 // |p - q| > 2^(half - 100), tested exactly as |p - q| * 2^100 > 2^half.
-bool FarEnoughApart(const BIGNUM* p, const BIGNUM* q, int half,
-                      bool* apart) {
+bool FarEnoughApart(const BIGNUM* p, const BIGNUM* q, int half, bool* apart) {
   UniqueBignum distance(BN_new());
   UniqueBignum bound(BN_new());
   const bool p_larger = BN_cmp(p, q) > 0;

@@ -13,8 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <new>
 #include <string_view>
 
 #include "harness/owners.h"
@@ -70,43 +68,21 @@ bool WholeBlocks(Direction dir, uint32_t len) {
 }
 
 // One CBC operation over len bytes with a fresh context; iv is read and
-// replaced by the chaining value that follows the data. Result 1 or 0.
+// replaced by the chaining value that follows the data. With padding off,
+// the update call processes every whole block. Result 1 or 0.
 int Cbc(Direction dir, const uint8_t* in, uint8_t* out, uint32_t len,
         const DesKeys& keys, uint8_t* iv) {
   if (!WholeBlocks(dir, len)) return 0;
   UniqueCipherCtx ctx(EVP_CIPHER_CTX_new());
-  std::unique_ptr<uint8_t[]> work(new (std::nothrow)
-                                      uint8_t[std::size_t{len} + kDesBlock]);
-  if (!ctx || !work) {
+  if (!ctx) {
     Fail("EVP_CIPHER_CTX_new() or malloc error");
     return 0;
   }
-  if (!KeyContext(ctx.get(), dir, keys, iv)) return 0;
   int produced = 0;
-  if (EVP_CipherUpdate(ctx.get(), work.get(), &produced, in,
-                       static_cast<int>(len)) != 1) {
-    return 0;
-  }
-  if (static_cast<uint32_t>(produced) < len &&
-      len - static_cast<uint32_t>(produced) > kDesBlock - 1) {
-    int tail = 0;
-    if (EVP_CipherFinal_ex(ctx.get(), work.get() + produced, &tail) != 1) {
-      return 0;
-    }
-  }
-  if (!ChainingValue(ctx.get(), iv)) return 0;
-  std::memcpy(out, work.get(), len);
-  return 1;
-}
-
-int encrypt(const uint8_t* in, uint8_t* out, uint32_t len, const DesKeys& keys,
-            uint8_t* iv) {
-  return Cbc(Direction::kEncrypt, in, out, len, keys, iv);
-}
-
-int decrypt(const uint8_t* in, uint8_t* out, uint32_t len, const DesKeys& keys,
-            uint8_t* iv) {
-  return Cbc(Direction::kDecrypt, in, out, len, keys, iv);
+  return KeyContext(ctx.get(), dir, keys, iv) &&
+         EVP_CipherUpdate(ctx.get(), out, &produced, in,
+                          static_cast<int>(len)) == 1 &&
+         ChainingValue(ctx.get(), iv);
 }
 
 // ---------------------------------------------------------------------------
@@ -132,48 +108,35 @@ int extract_key(const Session& s, DesKeys& keys) {
 }
 
 bool ReadIv(const Session& s, DesBlock& iv) {
-  if (!s.ReadField("IV = ", "IV field not present")) return false;
-  if (s.Hex("IV = ", iv.data(), kDesBlock) != kDesBlock) {
-    Fail("Error extracting iv");
-    return false;
-  }
-  return true;
+  return s.ReadHex("IV = ", "IV field not present", "Error extracting iv",
+                   iv.data(), kDesBlock);
 }
 
 // Reads the data line of a vector: the plaintext when encrypting, the
-// ciphertext when decrypting.
+// ciphertext when decrypting. Only the decryption says by how much a value
+// is too long.
 bool ReadData(const Session& s, Direction dir, DataBuffer& out,
               uint32_t* len) {
-  const bool enc = dir == Direction::kEncrypt;
-  const char* tag = enc ? "PLAINTEXT = " : "CIPHERTEXT = ";
-  if (!s.ReadField(tag, enc ? "Plaintext field not present"
-                            : "Ciphertext field not present")) {
-    return false;
-  }
-  *len = static_cast<uint32_t>(s.Hex(tag, out.data(), out.size()));
-  if (*len == 0) {
-    Fail(enc ? "Error extracting plaintext" : "Error extracting ciphertext");
-    return false;
-  }
-  if (*len > kDataSize) {
-    if (enc) {
-      Fail("Plaintext buffer too small");
-    } else {
-      std::printf("Cipher buffer too small by %d bytes\n",
-                  static_cast<int>(*len - kDataSize));
-    }
-    return false;
-  }
-  return true;
+  static constexpr const char* kTooLong[] = {
+      "Plaintext buffer too small", "Cipher buffer too small by %d bytes"};
+  return s.ReadCipherData(dir, out.data(), out.size(), len, kTooLong);
 }
 
 // ---------------------------------------------------------------------------
 // Known-answer and multi-block-message runner.
 
+constexpr AnswerMessages kCipherMessages = {
+    "Error converting cipher to ascii", "Problem writing cipher tag to rsp file",
+    "Problem writing cipher to rsp file"};
+// The value message names the cipher in both directions.
+constexpr AnswerMessages kPlainMessages = {
+    "Error converting plain to ascii", "Problem writing plain tag to rsp file",
+    "Problem writing cipher to rsp file"};
+
 struct Vector {
   DesKeys keys{};
   DesBlock iv{};
-  DataBuffer in{};
+  DataBuffer in{};  // plaintext when encrypting, ciphertext when decrypting
   DataBuffer out{};
   uint32_t len = 0;
 };
@@ -200,35 +163,20 @@ bool AnswerVector(const Session& s, Direction dir, Vector& v) {
       !ReadData(s, dir, v.in, &v.len) || !s.Copy()) {
     return false;
   }
-  if (dir == Direction::kEncrypt) {
-    if (!encrypt(v.in.data(), v.out.data(), v.len, v.keys, v.iv.data())) {
-      Fail("Error encrypting");
-      return false;
-    }
-    return s.Answer("CIPHERTEXT = ", v.out.data(), v.len,
-                    {"Error converting cipher to ascii",
-                     "Problem writing cipher tag to rsp file",
-                     "Problem writing cipher to rsp file"});
-  }
-  if (!decrypt(v.in.data(), v.out.data(), v.len, v.keys, v.iv.data())) {
-    Fail("Error decrypting");
+  const bool enc = dir == Direction::kEncrypt;
+  if (!Cbc(dir, v.in.data(), v.out.data(), v.len, v.keys, v.iv.data())) {
+    Fail(enc ? "Error encrypting" : "Error decrypting");
     return false;
   }
-  return s.Answer("PLAINTEXT = ", v.out.data(), v.len,
-                  {"Error converting plain to ascii",
-                   "Problem writing plain tag to rsp file",
-                   "Problem writing cipher to rsp file"});
+  return s.Answer(enc ? "CIPHERTEXT = " : "PLAINTEXT = ", v.out.data(), v.len,
+                  enc ? kCipherMessages : kPlainMessages);
 }
 
 // ---------------------------------------------------------------------------
 // Monte Carlo runner.
 
-struct Seed {
-  DesKeys keys{};
-  DesBlock iv{};
-  DataBuffer in{};  // plaintext when encrypting, ciphertext when decrypting
-  uint32_t len = 0;
-};
+// A seed: the keys, IV and input of its first record.
+using Seed = Vector;
 
 // The two outputs before the current one: [0] is j-1, [1] is j-2.
 using History = std::array<DesBlock, 2>;
@@ -312,10 +260,7 @@ bool WriteRecordHead(const Session& s, Direction dir, int i, const Seed& seed) {
 bool WriteRecordTail(const Session& s, Direction dir, const DataBuffer& out) {
   const bool written =
       dir == Direction::kEncrypt
-          ? s.Answer("CIPHERTEXT = ", out.data(), kDesBlock,
-                     {"Error converting cipher to ascii",
-                      "Problem writing cipher tag to rsp file",
-                      "Problem writing cipher to rsp file"})
+          ? s.Answer("CIPHERTEXT = ", out.data(), kDesBlock, kCipherMessages)
           : s.Answer("PLAINTEXT = ", out.data(), kDesBlock,
                      {"Error plain cipher to ascii",
                       "Problem writing plain tag to rsp file",

@@ -80,7 +80,9 @@ int prf_hash(int selector, const uint8_t* secret, int secret_len,
                      : selector == 48 ? EVP_sha384()
                      : selector == 64 ? EVP_sha512()
                                       : nullptr;
-  if (md) return PHash(md, secret, secret_len, seed.data(), seed_len, out, out_len);
+  if (md) {
+    return PHash(md, secret, secret_len, seed.data(), seed_len, out, out_len);
+  }
   if (selector != 20) return 0;
   const int half = secret_len / 2;
   Bytes md5_part(static_cast<std::size_t>(std::max(out_len, 0)));
