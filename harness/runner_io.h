@@ -12,6 +12,7 @@
 // not be written when the response is flushed or closed.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -128,6 +129,21 @@ class Session {
   std::FILE* req_;
   std::FILE* rsp_;
   std::span<char> line_;
+};
+
+// A Session with its own zero-filled line buffer of N bytes: the usual
+// way a runner core starts, `const BufferedSession<1024> s(req, rsp);`.
+template <std::size_t N>
+struct LineBuffer {
+  std::array<char, N> storage{};
+};
+template <std::size_t N>
+class BufferedSession : private LineBuffer<N>, public Session {
+ public:
+  BufferedSession(std::FILE* req, std::FILE* rsp)
+      : Session(req, rsp, LineBuffer<N>::storage) {}
+  BufferedSession(const BufferedSession&) = delete;
+  BufferedSession& operator=(const BufferedSession&) = delete;
 };
 
 // Decodes hex digit pairs from text like fips_tv_extract_from_asc, but

@@ -3,20 +3,16 @@
 //
 // Every runner has two forms:
 //
-//   test_<x>_from_file(name)        reads "/tmp/req/<name>.req" and writes
-//                                   "/tmp/resp/<name>.rsp" (RunOnFiles in
-//                                   harness/runner_io.h): "Couldn't open
-//                                   <path>" when one cannot be opened, and
-//                                   the runner's short-write message when
-//                                   the response cannot be completed at
-//                                   close. The AES runners first print
-//                                   "Running file <name>".
-//   test_<x>_from_stream(req, rsp)  the runner's whole work on an open
-//                                   request stream and an open response
-//                                   stream, which it neither opens nor
-//                                   closes; every problem is one line on
-//                                   standard output, after which the core
-//                                   returns.
+// - test_<x>_from_stream(req, rsp), in suites/: the runner's whole work on
+//   an open request stream and an open response stream, which it neither
+//   opens nor closes. Every problem is one line on standard output, after
+//   which the core returns.
+// - test_<x>_from_file(name), in catalog/runner_files.cc: reads
+//   "/tmp/req/<name>.req" and writes "/tmp/resp/<name>.rsp" through
+//   RunOnFiles (harness/runner_io.h): "Couldn't open <path>" when one
+//   cannot be opened, and "Problem writing to rsp file" when the response
+//   cannot be completed at close. The AES shells first print
+//   "Running file <name>".
 //
 // A test can drive a core with fmemopen() for the request and
 // open_memstream() for the response: no fixed paths are touched. The
@@ -24,6 +20,7 @@
 // CR LF line ends.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 
 namespace fipsval {
@@ -44,7 +41,7 @@ void test_3des_tcbc_mct_from_stream(std::FILE* req, std::FILE* rsp);
 void test_3des_tcbc_from_file(const char* name);
 void test_3des_tcbc_mct_from_file(const char* name);
 
-// SHA-1 and SHA-256 (suites/sha1.cc, suites/sha256.cc).
+// SHA-1 and SHA-256 (suites/sha.cc).
 void test_sha1_from_stream(std::FILE* req, std::FILE* rsp);
 void test_sha1_mct_from_stream(std::FILE* req, std::FILE* rsp);
 void test_sha256_from_stream(std::FILE* req, std::FILE* rsp);
@@ -83,6 +80,14 @@ void test_ssh_from_stream(std::FILE* req, std::FILE* rsp);
 void test_tls_from_stream(std::FILE* req, std::FILE* rsp);
 void test_ssh_from_file(const char* name);
 void test_tls_from_file(const char* name);
+
+// Two helpers of the TDES Monte Carlo runner (suites/tdes.cc). DES odd
+// parity: b when it has an odd number of set bits, otherwise b with its
+// lowest bit flipped.
+uint8_t get_odd_bit_count_byte(uint8_t b);
+// When the line holds "NumKeys = ", reads the decimal number behind it and
+// stores it in *out if it is 1, 2 or 3 (result 1); otherwise result 0.
+int extract_num_key(const char* line, uint32_t* out);
 
 // The entropy-sample export (harness/entropy.cc) on an open stream: the
 // header line and `count` samples; the result of

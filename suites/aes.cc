@@ -36,16 +36,10 @@ struct Buffers {
   uint32_t len = 0;  // data length, shared by both directions
 };
 
-// ---------------------------------------------------------------------------
-// Cipher operations.
-
 // The runners' values are at most 256 bytes; OpenSSL reads and writes a
 // trailing partial block whole, so its buffers are padded to full blocks.
 constexpr std::size_t kPadded = kDataMax + kBlock;
 using PaddedBuffer = std::array<uint8_t, kPadded>;
-std::size_t RoundUpToBlock(std::size_t n) {
-  return (n + kBlock - 1) / kBlock * kBlock;
-}
 
 bool SetOpenSslKey(Direction dir, const uint8_t* key, uint32_t keylen,
                    AES_KEY* out) {
@@ -96,7 +90,7 @@ int EcbOpenSsl(Direction dir, const uint8_t* in, uint8_t* out, uint32_t len,
   AES_KEY ssl_key;
   if (SetOpenSslKey(dir, key, keylen, &ssl_key)) {
     const int flag = dir == Direction::kEncrypt ? AES_ENCRYPT : AES_DECRYPT;
-    for (std::size_t i = 0; i < RoundUpToBlock(len); i += kBlock) {
+    for (std::size_t i = 0; i < len; i += kBlock) {
       AES_ecb_encrypt(&tmp_in[i], &tmp_out[i], &ssl_key, flag);
     }
   }
@@ -116,9 +110,8 @@ int Crypt(Mode mode, Direction dir, Buffers& b) {
   return CbcBothEngines(dir, in, out, b.len, b.key, b.keylen, b.iv);
 }
 
-// ---------------------------------------------------------------------------
-// Request reading. The tag may be anywhere in the line, but the value is
-// decoded from the tag's length past the start of the line.
+// Field lines: the tag may stand anywhere in the line, but the value is
+// read at the tag's length from the start of the line.
 
 // Reads the KEY line and, in CBC, the IV line that follow a COUNT line;
 // `copy` passes them through to the response.
@@ -148,9 +141,6 @@ bool ReadData(const Session& s, Buffers& b, Direction dir, bool copy) {
          (!copy || s.Copy());
 }
 
-// ---------------------------------------------------------------------------
-// Known-answer and multi-message files.
-
 constexpr AnswerMessages kCipherAnswer = {
     "Error converting cipher to ascii", "Problem writing cipher tag to rsp file",
     "Problem writing cipher to rsp file"};
@@ -175,16 +165,12 @@ bool AnswerVector(const Session& s, Buffers& b, Mode mode, Direction dir) {
 }
 
 void RunVectors(std::FILE* req, std::FILE* rsp, Mode mode) {
-  std::array<char, 1024> line{};
-  const Session s(req, rsp, line);
+  const BufferedSession<1024> s(req, rsp);
   Buffers b;
   RunCipherSections(s, "Never found encrypt marker", [&](Direction dir) {
     return s.Copy() && (!s.Has("COUNT = ") || AnswerVector(s, b, mode, dir));
   });
 }
-
-// ---------------------------------------------------------------------------
-// Monte Carlo files.
 
 constexpr AnswerMessages kKeyRecord = {"Error converting key to ascii",
                                        "Problem writing key tag to rsp file",
@@ -297,19 +283,13 @@ bool RunSeed(const Session& s, Buffers& b, Mode mode, Direction dir) {
 
 // A seed's own lines are consumed: its records replace them.
 void RunMonteCarlo(std::FILE* req, std::FILE* rsp, Mode mode) {
-  std::array<char, 1024> line{};
-  const Session s(req, rsp, line);
+  const BufferedSession<1024> s(req, rsp);
   Buffers b;
   RunCipherSections(s, "Never found encrypt marker", [&](Direction dir) {
     if (!s.Has("COUNT = ")) return s.Copy();
     return ReadKeyAndIv(s, b, mode, false) && ReadData(s, b, dir, false) &&
            RunSeed(s, b, mode, dir);
   });
-}
-
-void RunNamed(const char* name, void (*core)(std::FILE*, std::FILE*)) {
-  std::printf("Running file %s\n", name);
-  RunOnFiles(name, core);
 }
 
 }  // namespace
@@ -325,19 +305,6 @@ void test_aes_cbc_mct_from_stream(std::FILE* req, std::FILE* rsp) {
 }
 void test_aes_ecb_mct_from_stream(std::FILE* req, std::FILE* rsp) {
   RunMonteCarlo(req, rsp, Mode::kEcb);
-}
-
-void test_aes_cbc_from_file(const char* name) {
-  RunNamed(name, test_aes_cbc_from_stream);
-}
-void test_aes_ecb_from_file(const char* name) {
-  RunNamed(name, test_aes_ecb_from_stream);
-}
-void test_aes_cbc_mct_from_file(const char* name) {
-  RunNamed(name, test_aes_cbc_mct_from_stream);
-}
-void test_aes_ecb_mct_from_file(const char* name) {
-  RunNamed(name, test_aes_ecb_mct_from_stream);
 }
 
 }  // namespace fipsval

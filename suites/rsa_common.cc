@@ -82,6 +82,14 @@ bool extract_modulus_size(const char* line, int* out) {
   return true;
 }
 
+bool ReadModulusSize(const Session& s, bool (*accepted)(int bits), int* bits) {
+  if (!extract_modulus_size(s.line(), bits) || !accepted(*bits)) {
+    std::printf("Invalid modulus size (%d)\n", *bits);
+    return false;
+  }
+  return true;
+}
+
 bool IsSignatureModulusSize(int bits) {
   return (bits & ~512) == 1024 || (bits & ~1024) == 2048 || bits == 4096;
 }

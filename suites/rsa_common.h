@@ -21,6 +21,10 @@ inline constexpr char kModulusTag[] = "[mod = ";
 // line.
 bool extract_modulus_size(const char* line, int* out);
 
+// Reads the size of the current "[mod = ...]" line into *bits; a size that
+// `accepted` refuses prints "Invalid modulus size (N)" and gives false.
+bool ReadModulusSize(const Session& s, bool (*accepted)(int bits), int* bits);
+
 // The five sizes of the signature and key-generation known-answer files:
 // 1024, 1536, 2048, 3072 and 4096 bits.
 bool IsSignatureModulusSize(int bits);

@@ -7,7 +7,6 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
 #include "fipsval.h"
@@ -32,7 +31,6 @@ constexpr char kQrandomTag[] = "qrandom = ";
 constexpr char kLoopTag[] = "N = ";
 // KAT lines end in CR CR LF; a line holding only that ends a record.
 constexpr char kKatRecordEnd[] = "\r\r\n";
-constexpr char kBlankLine[] = "\r\n";
 
 // When the line begins with tag, reads the hex value after it into *bn with
 // BN_hex2bn, which stops at the CR of the line end (CR LF or CR CR LF), and
@@ -118,29 +116,17 @@ bool WriteRandomKey(const Session& s, int nlen, BN_CTX* ctx) {
          WriteField(s, "d = ", d.get());
 }
 
-// Reads the size of a "[mod = ...]" line; prints why it is refused.
-bool SectionSize(const Session& s, bool (*accepted)(int), int* nlen) {
-  if (!extract_modulus_size(s.line(), nlen)) return false;
-  if (!accepted(*nlen)) {
-    std::printf("Invalid modulus size (%d)\n", *nlen);
-    return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 void test_rsa_keygen_from_stream(std::FILE* req, std::FILE* rsp) {
-  std::array<char, 4096> line{};
-  const Session s(req, rsp, line);
+  const BufferedSession<4096> s(req, rsp);
   while (s.Next()) {
     if (!s.Copy()) return;
   }
 }
 
 void test_rsa_keygen_kat_from_stream(std::FILE* req, std::FILE* rsp) {
-  std::array<char, 4096> line{};
-  const Session s(req, rsp, line);
+  const BufferedSession<4096> s(req, rsp);
   int nlen = 0;
   // A record's values, owned here rather than by a key object that nothing
   // reads. p keeps its value from the record before when a record has no
@@ -157,7 +143,7 @@ void test_rsa_keygen_kat_from_stream(std::FILE* req, std::FILE* rsp) {
     if (s.Has(kPrimeMethodTag, Match::kBegins)) {
       // Copied only.
     } else if (s.Has(kModulusTag, Match::kBegins)) {
-      if (!SectionSize(s, IsSignatureModulusSize, &nlen)) return;
+      if (!ReadModulusSize(s, IsSignatureModulusSize, &nlen)) return;
     } else if (s.Has(kExponentTag, Match::kBegins)) {
       if (record_open) {
         Fail("Didn't find section end");
@@ -183,8 +169,7 @@ void test_rsa_keygen_kat_from_stream(std::FILE* req, std::FILE* rsp) {
 }
 
 void test_rsa_keygen_rp_prime_from_stream(std::FILE* req, std::FILE* rsp) {
-  std::array<char, 4096> line{};
-  const Session s(req, rsp, line);
+  const BufferedSession<4096> s(req, rsp);
   UniqueBnCtx ctx(BN_CTX_new());
   if (!ctx) {
     Fail("Error generating RSA");
@@ -197,9 +182,9 @@ void test_rsa_keygen_rp_prime_from_stream(std::FILE* req, std::FILE* rsp) {
   };
   while (s.Next()) {
     if (s.Has(kModulusTag, Match::kBegins)) {
-      if (!SectionSize(s, accepted, &nlen)) return;
+      if (!ReadModulusSize(s, accepted, &nlen)) return;
       section_open = true;
-    } else if (section_open && s.Has(kBlankLine, Match::kBegins)) {
+    } else if (section_open && s.Has("\r\n", Match::kBegins)) {
       // The blank line and everything up to the "N = " line are consumed.
       do {
         if (!s.Next()) {
@@ -221,16 +206,6 @@ void test_rsa_keygen_rp_prime_from_stream(std::FILE* req, std::FILE* rsp) {
     }
     if (!s.Copy()) return;
   }
-}
-
-void test_rsa_keygen_from_file(const char* name) {
-  RunOnFiles(name, test_rsa_keygen_from_stream);
-}
-void test_rsa_keygen_kat_from_file(const char* name) {
-  RunOnFiles(name, test_rsa_keygen_kat_from_stream);
-}
-void test_rsa_keygen_rp_prime_from_file(const char* name) {
-  RunOnFiles(name, test_rsa_keygen_rp_prime_from_stream);
 }
 
 }  // namespace fipsval

@@ -1,5 +1,6 @@
 // SSH key-derivation runner: answers "[SHA-1]" and "[SHA-256]" sections of
 // an SSH KDF request with the six transport keys of RFC 4253, section 7.2.
+#include <openssl/evp.h>
 #include <openssl/sha.h>
 
 #include <array>
@@ -11,6 +12,7 @@
 #include <string_view>
 
 #include "fipsval.h"
+#include "harness/owners.h"
 #include "harness/runner_io.h"
 #include "harness/runners.h"
 
@@ -24,76 +26,42 @@ constexpr std::size_t kMaxHashInput = SHA256_DIGEST_LENGTH;
 // The runner refuses lengths above two digests, so no third block exists.
 constexpr std::size_t kMaxDerived = 2 * SHA256_DIGEST_LENGTH;
 
-struct Sha1 {
-  using Ctx = SHA_CTX;
-  static constexpr int kLen = SHA_DIGEST_LENGTH;
-  static constexpr auto Init = SHA1_Init;
-  static constexpr auto Update = SHA1_Update;
-  static constexpr auto Final = SHA1_Final;
-};
-
-struct Sha256 {
-  using Ctx = SHA256_CTX;
-  static constexpr int kLen = SHA256_DIGEST_LENGTH;
-  static constexpr auto Init = SHA256_Init;
-  static constexpr auto Update = SHA256_Update;
-  static constexpr auto Final = SHA256_Final;
-};
-
 using Piece = std::span<const uint8_t>;
 
-// One digest over the pieces in order: init, one update each, final.
-template <typename D>
-void Digest(std::initializer_list<Piece> pieces, uint8_t* out) {
-  typename D::Ctx ctx;
-  D::Init(&ctx);
-  for (const Piece& p : pieces) D::Update(&ctx, p.data(), p.size());
-  D::Final(out, &ctx);
+// One digest over the pieces in order.
+void Digest(const EVP_MD* md, std::initializer_list<Piece> pieces,
+            uint8_t* out) {
+  const UniqueMdCtx ctx(EVP_MD_CTX_new());
+  EVP_DigestInit_ex(ctx.get(), md, nullptr);
+  for (const Piece& p : pieces) EVP_DigestUpdate(ctx.get(), p.data(), p.size());
+  EVP_DigestFinal_ex(ctx.get(), out, nullptr);
 }
 
-// K2 = HASH(K || H || K1), the extension for keys longer than a digest.
-template <typename D>
-int HashK(const uint8_t* k, unsigned k_len, const uint8_t* h,
-          const uint8_t* previous, uint8_t* out) {
-  Digest<D>({Piece(k, k_len), Piece(h, D::kLen), Piece(previous, D::kLen)},
-            out);
-  return 1;
-}
-
-// K1 = HASH(K || H || letter || session_id), then K2 when more is needed.
-template <typename D>
-int HashLetter(const uint8_t* k, unsigned k_len, const uint8_t* h,
-               char letter, const uint8_t* session_id, uint8_t* out,
-               int needed) {
-  const uint8_t x = static_cast<uint8_t>(letter);
-  Digest<D>({Piece(k, k_len), Piece(h, D::kLen), Piece(&x, 1),
-             Piece(session_id, D::kLen)},
-            out);
-  if (needed > D::kLen) HashK<D>(k, k_len, h, out, out + D::kLen);
-  return 1;
-}
-
-constexpr auto sha1_hash = HashLetter<Sha1>;
-constexpr auto sha256_hash = HashLetter<Sha256>;
-
-// Derives `needed` bytes (at most two digests) for one letter into out.
+// Derives `needed` bytes (at most two digests) for one letter into out:
+// K1 = HASH(K || H || letter || session_id), then K2 = HASH(K || H || K1)
+// for keys longer than a digest. hash_len selects SHA-1 (20) or SHA-256
+// (32); 0 for any other.
 int hash(int hash_len, const uint8_t* k, unsigned k_len, const uint8_t* h,
          char letter, const uint8_t* session_id, uint8_t* out, int needed) {
-  switch (hash_len) {
-    case Sha1::kLen:
-      return sha1_hash(k, k_len, h, letter, session_id, out, needed);
-    case Sha256::kLen:
-      return sha256_hash(k, k_len, h, letter, session_id, out, needed);
-    default:
-      return 0;
+  const EVP_MD* md = hash_len == SHA_DIGEST_LENGTH      ? EVP_sha1()
+                     : hash_len == SHA256_DIGEST_LENGTH ? EVP_sha256()
+                                                        : nullptr;
+  if (!md) return 0;
+  const auto n = static_cast<std::size_t>(hash_len);
+  const uint8_t x = static_cast<uint8_t>(letter);
+  Digest(md, {Piece(k, k_len), Piece(h, n), Piece(&x, 1), Piece(session_id, n)},
+         out);
+  if (needed > hash_len) {
+    Digest(md, {Piece(k, k_len), Piece(h, n), Piece(out, n)}, out + n);
   }
+  return 1;
 }
 
 // The digest length a section marker selects, 0 for any other line.
 // "[SHA-256]" wins when a line holds both markers.
 int MarkerHashLen(const char* line) {
-  if (std::strstr(line, "[SHA-256]")) return Sha256::kLen;
-  if (std::strstr(line, "[SHA-1]")) return Sha1::kLen;
+  if (std::strstr(line, "[SHA-256]")) return SHA256_DIGEST_LENGTH;
+  if (std::strstr(line, "[SHA-1]")) return SHA_DIGEST_LENGTH;
   return 0;
 }
 
@@ -186,8 +154,7 @@ bool AnswerCase(const Session& s, const Section& section) {
 }  // namespace
 
 void test_ssh_from_stream(std::FILE* req, std::FILE* rsp) {
-  std::array<char, 4096> line{};
-  const Session s(req, rsp, line);
+  const BufferedSession<4096> s(req, rsp);
   Section section;
   RunKdfSections(
       s, MarkerHashLen,
@@ -196,10 +163,6 @@ void test_ssh_from_stream(std::FILE* req, std::FILE* rsp) {
         return ReadSectionHeader(s, section);
       },
       [&] { return AnswerCase(s, section); });
-}
-
-void test_ssh_from_file(const char* name) {
-  RunOnFiles(name, test_ssh_from_stream);
 }
 
 }  // namespace fipsval

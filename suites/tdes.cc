@@ -1,8 +1,6 @@
 // TDES CBC runners: the known-answer and multi-block-message files, and the
 // Monte Carlo files. OpenSSL's EVP_des_ede3_cbc is the only engine; there is
 // no second implementation to compare with.
-#include "suites/tdes.h"
-
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 
@@ -13,7 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "harness/owners.h"
 #include "harness/runner_io.h"
@@ -31,9 +28,6 @@ constexpr int kProgressEvery = 50;
 using DesBlock = std::array<uint8_t, kDesBlock>;
 using DesKeys = std::array<DesBlock, 3>;
 using DataBuffer = std::array<uint8_t, kDataSize>;
-
-// ---------------------------------------------------------------------------
-// Cipher operations.
 
 // Keys ctx for EDE3-CBC with key 1, key 2, key 3 in that order, padding off.
 bool KeyContext(EVP_CIPHER_CTX* ctx, Direction dir, const DesKeys& keys,
@@ -85,8 +79,7 @@ int Cbc(Direction dir, const uint8_t* in, uint8_t* out, uint32_t len,
          ChainingValue(ctx.get(), iv);
 }
 
-// ---------------------------------------------------------------------------
-// Request reading. The tag may stand anywhere in the line, but the value is
+// Field lines: the tag may stand anywhere in the line, but the value is
 // read at the tag's length from the start of the line.
 
 // "KEYs = " sets all three keys (result 3); "KEY1 = ", "KEY2 = " or
@@ -121,9 +114,6 @@ bool ReadData(const Session& s, Direction dir, DataBuffer& out,
       "Plaintext buffer too small", "Cipher buffer too small by %d bytes"};
   return s.ReadCipherData(dir, out.data(), out.size(), len, kTooLong);
 }
-
-// ---------------------------------------------------------------------------
-// Known-answer and multi-block-message runner.
 
 constexpr AnswerMessages kCipherMessages = {
     "Error converting cipher to ascii", "Problem writing cipher tag to rsp file",
@@ -172,9 +162,6 @@ bool AnswerVector(const Session& s, Direction dir, Vector& v) {
                   enc ? kCipherMessages : kPlainMessages);
 }
 
-// ---------------------------------------------------------------------------
-// Monte Carlo runner.
-
 // A seed: the keys, IV and input of its first record.
 using Seed = Vector;
 
@@ -184,40 +171,20 @@ using History = std::array<DesBlock, 2>;
 // A seed: "KEY1 = " on the current line, then "KEY2 = ", "KEY3 = ", "IV = "
 // and the data line. Nothing is copied to the response.
 bool ReadSeed(const Session& s, Direction dir, Seed& seed) {
-  struct KeyLine {
-    const char* tag;
-    const char* missing;
-    const char* refused;
-  };
-  static constexpr KeyLine kKeyLines[] = {
-      {"KEY1 = ", "Key1 field not present", "Error extracting key1"},
-      {"KEY2 = ", "Key2 field not present", "Error extracting key2"},
-      {"KEY3 = ", "Key3 field not present", "Error extracting key3"},
-  };
-  for (std::size_t k = 0; k < std::size(kKeyLines); ++k) {
+  static constexpr const char* kTags[] = {"KEY1 = ", "KEY2 = ", "KEY3 = "};
+  for (int k = 0; k < 3; ++k) {
     // Key 1 may come from a "KEYs = " line too, but that line counts 3
     // keys and is refused as a bad key 1: a seed needs three key lines.
-    if (k == 0 && !s.Has(kKeyLines[0].tag) && !s.Has("KEYs = ")) {
-      Fail(kKeyLines[0].missing);
-      return false;
-    }
-    if (k > 0 && !s.ReadField(kKeyLines[k].tag, kKeyLines[k].missing)) {
-      return false;
-    }
-    if (extract_key(s, seed.keys) != 1) {
-      Fail(kKeyLines[k].refused);
+    const bool present = k == 0 ? s.Has(kTags[0]) || s.Has("KEYs = ")
+                                : s.Next() && s.Has(kTags[k]);
+    if (!present || extract_key(s, seed.keys) != 1) {
+      std::printf(present ? "Error extracting key%d\n"
+                          : "Key%d field not present\n",
+                  k + 1);
       return false;
     }
   }
   return ReadIv(s, seed.iv) && ReadData(s, dir, seed.in, &seed.len);
-}
-
-constexpr AnswerMessages KeyMessages(std::size_t k) {
-  constexpr const char* kConvert[] = {"Error converting key1 to ascii",
-                                      "Error converting key2 to ascii",
-                                      "Error converting key3 to ascii"};
-  return {kConvert[k], "Problem writing key tag to rsp file",
-          "Problem writing cipher to rsp file"};
 }
 
 bool WriteRecordHead(const Session& s, Direction dir, int i, const Seed& seed) {
@@ -234,11 +201,13 @@ bool WriteRecordHead(const Session& s, Direction dir, int i, const Seed& seed) {
       !s.WriteEol()) {
     return false;
   }
-  static constexpr std::string_view kKeyTags[] = {"KEY1 = ", "KEY2 = ",
-                                                  "KEY3 = "};
   for (std::size_t k = 0; k < seed.keys.size(); ++k) {
-    if (!s.Answer(kKeyTags[k], seed.keys[k].data(), kDesBlock,
-                  KeyMessages(k))) {
+    char tag[] = "KEY1 = ";
+    char convert[] = "Error converting key1 to ascii";
+    tag[3] = convert[20] = static_cast<char>('1' + k);
+    if (!s.Answer(tag, seed.keys[k].data(), kDesBlock,
+                  {convert, "Problem writing key tag to rsp file",
+                   "Problem writing cipher to rsp file"})) {
       return false;
     }
   }
@@ -268,37 +237,6 @@ bool WriteRecordTail(const Session& s, Direction dir, const DataBuffer& out) {
   return written && s.WriteEol();
 }
 
-// The 10000 chained operations of one record. Each operation's IV is the
-// ciphertext block that ended the previous one, so the chain is a single
-// continuing CBC stream: ctx, keyed once for the record with the record's
-// IV, is fed one operation after another instead of being rebuilt for every
-// block. Encrypting, the next plaintext is the IV before the first
-// operation, then CT[j-1]; decrypting, the next ciphertext is PT[j].
-// False with *failed_at set when an operation fails.
-bool RunChain(EVP_CIPHER_CTX* ctx, Direction dir, Seed& seed, DataBuffer& out,
-              History& history, int* failed_at) {
-  const DesBlock first_iv = seed.iv;
-  const int len = static_cast<int>(seed.len);
-  for (int j = 0; j < kChain; ++j) {
-    if (j > 0) {
-      history[1] = history[0];
-      std::memcpy(history[0].data(), out.data(), kDesBlock);
-    }
-    int produced = 0;
-    if (EVP_CipherUpdate(ctx, out.data(), &produced, seed.in.data(), len) !=
-            1 ||
-        produced != len) {
-      *failed_at = j;
-      return false;
-    }
-    const uint8_t* next = dir == Direction::kDecrypt ? out.data()
-                          : j == 0                   ? first_iv.data()
-                                                     : history[0].data();
-    std::memcpy(seed.in.data(), next, kDesBlock);
-  }
-  return true;
-}
-
 // Mixes the last three outputs into the keys, then restores odd parity.
 void UpdateKeys(DesKeys& keys, uint32_t num_keys, const DataBuffer& last,
                 const History& history) {
@@ -316,9 +254,10 @@ void UpdateKeys(DesKeys& keys, uint32_t num_keys, const DataBuffer& last,
   }
 }
 
-// Keys ctx for one record and runs its chain; the IV then holds the
-// chaining value for the next record. False with *failed_at set when an
-// operation fails.
+// One record's 10000 chained operations as one continuing CBC stream (each
+// operation's IV is the block that ended the one before), then the IV for
+// the next record. The next input: encrypting, the IV, then CT[j-1];
+// decrypting, PT[j]. False with *failed_at set when an operation fails.
 bool ChainRecord(EVP_CIPHER_CTX* ctx, Direction dir, Seed& seed,
                  DataBuffer& out, History& history, int* failed_at) {
   *failed_at = 0;
@@ -327,11 +266,26 @@ bool ChainRecord(EVP_CIPHER_CTX* ctx, Direction dir, Seed& seed,
     Fail("EVP_CIPHER_CTX_new() or malloc error");
     return false;
   }
-  if (!KeyContext(ctx, dir, seed.keys, seed.iv.data()) ||
-      !RunChain(ctx, dir, seed, out, history, failed_at)) {
-    return false;
+  if (!KeyContext(ctx, dir, seed.keys, seed.iv.data())) return false;
+  const DesBlock first_iv = seed.iv;
+  const int len = static_cast<int>(seed.len);
+  for (int j = 0; j < kChain; ++j) {
+    if (j > 0) {
+      history[1] = history[0];
+      std::memcpy(history[0].data(), out.data(), kDesBlock);
+    }
+    int produced = 0;
+    *failed_at = j;
+    if (EVP_CipherUpdate(ctx, out.data(), &produced, seed.in.data(), len) !=
+            1 ||
+        produced != len) {
+      return false;
+    }
+    const uint8_t* next = dir == Direction::kDecrypt ? out.data()
+                          : j == 0                   ? first_iv.data()
+                                                     : history[0].data();
+    std::memcpy(seed.in.data(), next, kDesBlock);
   }
-  *failed_at = kChain - 1;
   return ChainingValue(ctx, seed.iv.data());
 }
 
@@ -385,8 +339,7 @@ int extract_num_key(const char* line, uint32_t* out) {
 }
 
 void test_3des_tcbc_from_stream(std::FILE* req, std::FILE* rsp) {
-  std::array<char, 1024> line{};
-  const Session s(req, rsp, line);
+  const BufferedSession<1024> s(req, rsp);
   Vector v;
   // The bare word starts a vector, even inside a comment.
   RunCipherSections(s, "Never found decrypt marker", [&](Direction dir) {
@@ -395,8 +348,7 @@ void test_3des_tcbc_from_stream(std::FILE* req, std::FILE* rsp) {
 }
 
 void test_3des_tcbc_mct_from_stream(std::FILE* req, std::FILE* rsp) {
-  std::array<char, 1024> line{};
-  const Session s(req, rsp, line);
+  const BufferedSession<1024> s(req, rsp);
   // Kept across seeds and sections; 0 (no NumKeys line) means one key.
   uint32_t num_keys = 0;
   RunCipherSections(
@@ -406,14 +358,6 @@ void test_3des_tcbc_mct_from_stream(std::FILE* req, std::FILE* rsp) {
         std::puts(dir == Direction::kEncrypt ? "ENCRYPT" : "DECRYPT");
         return s.WriteEol();
       });
-}
-
-void test_3des_tcbc_from_file(const char* name) {
-  RunOnFiles(name, test_3des_tcbc_from_stream);
-}
-
-void test_3des_tcbc_mct_from_file(const char* name) {
-  RunOnFiles(name, test_3des_tcbc_mct_from_stream);
 }
 
 }  // namespace fipsval

@@ -143,9 +143,8 @@ bool ReadSectionHeader(const Session& s, Section& section) {
   return true;
 }
 
-// Parses the next line's hex value into field and returns its byte count;
-// prints the runner's message and returns 0 when it is missing or longer
-// than the field.
+// The byte count of the next hex field line, or 0 (reported) when it is
+// missing, empty or longer than the field.
 int ParseField(const Session& s, const char* tag, std::span<uint8_t> field) {
   const auto n = ParseHexField(s, tag, field);
   if (n && *n == 0) std::printf("Problem parse %s\n", tag);
@@ -153,16 +152,14 @@ int ParseField(const Session& s, const char* tag, std::span<uint8_t> field) {
 }
 
 constexpr AnswerMessages kMasterSecretMessages = {
-    .convert = "Error converting master-secret to ascii",
-    .tag = "Problem writing master-secret tag to rsp file",
-    .value = "Problem writing master-secret to rsp file",
-};
+    "Error converting master-secret to ascii",
+    "Problem writing master-secret tag to rsp file",
+    "Problem writing master-secret to rsp file"};
 // The key block's value reuses the master-secret message.
 constexpr AnswerMessages kKeyBlockMessages = {
-    .convert = "Error converting key-block to ascii",
-    .tag = "Problem writing key-block tag to rsp file",
-    .value = "Problem writing master-secret to rsp file",
-};
+    "Error converting key-block to ascii",
+    "Problem writing key-block tag to rsp file",
+    "Problem writing master-secret to rsp file"};
 
 // One test case, after its COUNT line. Returns false when the runner must
 // stop.
@@ -206,8 +203,7 @@ bool AnswerCase(const Session& s, const Section& section) {
 }  // namespace
 
 void test_tls_from_stream(std::FILE* req, std::FILE* rsp) {
-  std::array<char, 4096> line{};
-  const Session s(req, rsp, line);
+  const BufferedSession<4096> s(req, rsp);
   Section section;
   RunKdfSections(
       s, MarkerPrf,
@@ -216,10 +212,6 @@ void test_tls_from_stream(std::FILE* req, std::FILE* rsp) {
         return ReadSectionHeader(s, section);
       },
       [&] { return AnswerCase(s, section); });
-}
-
-void test_tls_from_file(const char* name) {
-  RunOnFiles(name, test_tls_from_stream);
 }
 
 }  // namespace fipsval

@@ -1,14 +1,41 @@
-#include "suites/sha_runner.h"
+// SHA-1 and SHA-256 runners: the SHAVS message and Monte Carlo tests,
+// written once over OpenSSL's low-level digest of each size.
+#include <openssl/sha.h>
 
 #include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 #include "harness/runner_io.h"
+#include "harness/runners.h"
 
 namespace fipsval {
 namespace {
 
 constexpr std::size_t kMaxDigest = 32;
+
+struct ShaDigest {
+  std::size_t length;  // digest and seed length
+  const char* marker;  // the section line, "[L = 20]"
+  int (*hash)(const uint8_t* msg, std::size_t len, uint8_t* md);
+};
+
+constexpr ShaDigest kSha1 = {
+    SHA_DIGEST_LENGTH, "[L = 20]",
+    [](const uint8_t* msg, std::size_t len, uint8_t* md) -> int {
+      SHA_CTX ctx;
+      return SHA1_Init(&ctx) && SHA1_Update(&ctx, msg, len) &&
+             SHA1_Final(md, &ctx);
+    }};
+constexpr ShaDigest kSha256 = {
+    SHA256_DIGEST_LENGTH, "[L = 32]",
+    [](const uint8_t* msg, std::size_t len, uint8_t* md) -> int {
+      SHA256_CTX ctx;
+      return SHA256_Init(&ctx) && SHA256_Update(&ctx, msg, len) &&
+             SHA256_Final(md, &ctx);
+    }};
 constexpr int kMonteCheckpoints = 100;
 constexpr int kMonteIterations = 1000;
 
@@ -18,8 +45,7 @@ constexpr AnswerMessages kDigestMessages = {
     "Problem writing digest to rsp file",
 };
 
-}  // namespace
-
+// Short and long message tests: one "MD = " answer after each Msg line.
 // The tags are searched anywhere in the line, but the values are read at a
 // fixed index, as if the tag began the line: a line with leading text is
 // read wrongly rather than refused.
@@ -27,9 +53,8 @@ void RunShaMessages(const ShaDigest& digest, std::FILE* req, std::FILE* rsp) {
   // A long-message line holds up to ~10 KB of message as hex; the message
   // buffer matches the line buffer, so any line's value fits it.
   constexpr int kLineSize = 20000;
-  std::array<char, kLineSize> line{};
+  const BufferedSession<kLineSize> s(req, rsp);
   std::array<uint8_t, kLineSize> msg;
-  const Session s(req, rsp, line);
   if (!s.CopyUntil(digest.marker, "Never found encrypt marker")) return;
 
   while (s.Next()) {
@@ -72,11 +97,12 @@ void RunShaMessages(const ShaDigest& digest, std::FILE* req, std::FILE* rsp) {
   }
 }
 
+// Monte Carlo test: 100 checkpoints, each the last of 1000 chained digests
+// MD[i] = H(MD[i-3] || MD[i-2] || MD[i-1]) with MD[0..2] = the seed.
 void RunShaMonteCarlo(const ShaDigest& digest, std::FILE* req,
                       std::FILE* rsp) {
   const std::size_t n = digest.length;
-  std::array<char, 4096> line{};
-  const Session s(req, rsp, line);
+  const BufferedSession<4096> s(req, rsp);
   if (!s.CopyUntil("Seed = ", "Never found seed marker", MarkerLine::kKept)) {
     return;
   }
@@ -107,6 +133,21 @@ void RunShaMonteCarlo(const ShaDigest& digest, std::FILE* req,
       return;
     }
   }
+}
+
+}  // namespace
+
+void test_sha1_from_stream(std::FILE* req, std::FILE* rsp) {
+  RunShaMessages(kSha1, req, rsp);
+}
+void test_sha1_mct_from_stream(std::FILE* req, std::FILE* rsp) {
+  RunShaMonteCarlo(kSha1, req, rsp);
+}
+void test_sha256_from_stream(std::FILE* req, std::FILE* rsp) {
+  RunShaMessages(kSha256, req, rsp);
+}
+void test_sha256_mct_from_stream(std::FILE* req, std::FILE* rsp) {
+  RunShaMonteCarlo(kSha256, req, rsp);
 }
 
 }  // namespace fipsval
