@@ -100,12 +100,10 @@ bool WriteRandomKey(const Session& s, int nlen, BN_CTX* ctx) {
     Fail("Error checking the key pair");
     return false;
   }
-  const BIGNUM* n = nullptr;
-  const BIGNUM* e = nullptr;
-  const BIGNUM* p = nullptr;
-  const BIGNUM* q = nullptr;
-  RSA_get0_key(rsa.get(), &n, &e, nullptr);
-  RSA_get0_factors(rsa.get(), &p, &q);
+  const BIGNUM* n = RSA_get0_n(rsa.get());
+  const BIGNUM* e = RSA_get0_e(rsa.get());
+  const BIGNUM* p = RSA_get0_p(rsa.get());
+  const BIGNUM* q = RSA_get0_q(rsa.get());
   const UniqueBignum d = LcmPrivateExponent(n, e, p, q, ctx);
   if (!d) {
     Fail("Error computing d");

@@ -144,12 +144,11 @@ UniqueRsa StartSignSection(const Session& s, int method) {
     Fail("Error generating key pair");
     return nullptr;
   }
-  const BIGNUM* n = nullptr;
-  const BIGNUM* e = nullptr;
-  RSA_get0_key(key.get(), &n, &e, nullptr);
   if (!s.Copy() || !s.Write("\r\n", kCopyError) ||
-      !s.Write(kModulusLineTag, kCopyError) || !WriteBignumHex(s, n) ||
-      !s.Write("\r\n\r\ne = ", kCopyError) || !WriteBignumHex(s, e)) {
+      !s.Write(kModulusLineTag, kCopyError) ||
+      !WriteBignumHex(s, RSA_get0_n(key.get())) ||
+      !s.Write("\r\n\r\ne = ", kCopyError) ||
+      !WriteBignumHex(s, RSA_get0_e(key.get()))) {
     return nullptr;
   }
   return key;
