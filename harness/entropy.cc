@@ -8,6 +8,7 @@
 
 #include "fipsval.h"
 #include "harness/runner_io.h"
+#include "harness/runners.h"
 
 namespace fipsval {
 namespace {
@@ -17,55 +18,58 @@ constexpr std::size_t kTextSize = 8192;
 static_assert(2 * kSampleSize + 1 <= kTextSize);
 
 }  // namespace
-}  // namespace fipsval
 
-using fipsval::Fail;
-using fipsval::WriteChecked;
-
-// Returns the last fips_read_entropy result on success. Failures before the
-// first sample give -1 and a failing read its own result, but a failed
-// write inside the loop also gives the last read result: only the printed
-// message tells it apart from success.
-int fips_tv_get_drbg_entropy_source(int count) {
-  char path[256];
-  std::snprintf(path, sizeof path, "%s/%s", fipsval::kResponseDir,
-                "entropy_samples");
-  const fipsval::UniqueFile out(std::fopen(path, "w"));
-  if (!out) {
-    std::printf("Couldn't open %s\n", path);
-    return -1;
-  }
-
+int WriteEntropySamples(std::FILE* out, int count) {
   // The label says "Min-Entropy Total" but the value is the sample count.
-  std::array<char, fipsval::kTextSize> text;
+  std::array<char, kTextSize> text;
   const int n = std::snprintf(text.data(), text.size(), "%d", count);
-  if (!WriteChecked(out.get(), "Min-Entropy Total = ",
+  if (!WriteChecked(out, "Min-Entropy Total = ",
                     "Problem writing rnd tag to rsp file") ||
-      !WriteChecked(out.get(), std::string_view(text.data(), n),
+      !WriteChecked(out, std::string_view(text.data(), n),
                     "Problem writing count to rsp file") ||
-      !WriteChecked(out.get(), "\r\n", "Problem writing EOL to rsp file")) {
+      !WriteChecked(out, "\r\n", kEolError)) {
     return -1;
   }
   if (count <= 0) return -1;
 
-  std::array<uint8_t, fipsval::kSampleSize> sample;
+  std::array<uint8_t, kSampleSize> sample;
   int result = -1;
   for (int i = 0; i < count; ++i) {
-    result = fips_read_entropy(sample.data(), fipsval::kSampleSize);
+    result = fips_read_entropy(sample.data(), kSampleSize);
     if (result < 0) {
       Fail("Problem reading entropy token");
       return result;
     }
-    if (!fips_tv_convert_to_asc(sample.data(), fipsval::kSampleSize,
-                                text.data())) {
-      Fail("Error converting rng to ascii");
-      return result;
-    }
-    if (!WriteChecked(out.get(), text.data(),
+    fips_tv_convert_to_asc(sample.data(), kSampleSize, text.data());
+    if (!WriteChecked(out, text.data(),
                       "Problem writing entropy to rsp file") ||
-        !WriteChecked(out.get(), "\r\n", "Problem writing EOL to rsp file")) {
+        !WriteChecked(out, "\r\n", kEolError)) {
       return result;
     }
+  }
+  return result;
+}
+
+}  // namespace fipsval
+
+// Returns the last fips_read_entropy result on success. Failures before the
+// first sample give -1 and a failing read its own result, but a failed
+// write inside the loop also gives the last read result: only the printed
+// message tells it apart from success. Samples that cannot be stored when
+// the file is closed give -1.
+int fips_tv_get_drbg_entropy_source(int count) {
+  char path[256];
+  std::snprintf(path, sizeof path, "%s/%s", FIPSVAL_RESPONSE_DIR,
+                "entropy_samples");
+  std::FILE* const out = std::fopen(path, "w");
+  if (!out) {
+    std::printf("Couldn't open %s\n", path);
+    return -1;
+  }
+  const int result = fipsval::WriteEntropySamples(out, count);
+  if (!fipsval::CloseChecked(out, "Problem writing entropy to rsp file") &&
+      result >= 0) {
+    return -1;
   }
   return result;
 }

@@ -1,42 +1,4 @@
-// Owners for OpenSSL objects: UniquePtr<EVP_CIPHER_CTX> and friends free
-// their object with the matching OpenSSL function on every path.
+// Kept for older includes: the owners live in harness/owners.h.
 #pragma once
 
-#include <openssl/bn.h>
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
-#include <openssl/hmac.h>
-#include <openssl/rsa.h>
-
-#include <memory>
-
-namespace fipsval {
-
-template <typename T>
-struct OpensslDeleter;
-
-#define FIPSVAL_OPENSSL_DELETER(type, free_function)     \
-  template <>                                             \
-  struct OpensslDeleter<type> {                           \
-    void operator()(type* p) const noexcept { free_function(p); } \
-  }
-
-FIPSVAL_OPENSSL_DELETER(EVP_CIPHER_CTX, EVP_CIPHER_CTX_free);
-FIPSVAL_OPENSSL_DELETER(EVP_MD_CTX, EVP_MD_CTX_free);
-FIPSVAL_OPENSSL_DELETER(HMAC_CTX, HMAC_CTX_free);
-FIPSVAL_OPENSSL_DELETER(RSA, RSA_free);
-FIPSVAL_OPENSSL_DELETER(BIGNUM, BN_free);
-FIPSVAL_OPENSSL_DELETER(BN_CTX, BN_CTX_free);
-
-#undef FIPSVAL_OPENSSL_DELETER
-
-template <typename T>
-using UniquePtr = std::unique_ptr<T, OpensslDeleter<T>>;
-
-// Strings that OpenSSL allocates (BN_bn2hex and the like).
-struct OpensslStringFree {
-  void operator()(char* s) const noexcept { OPENSSL_free(s); }
-};
-using OpensslString = std::unique_ptr<char, OpensslStringFree>;
-
-}  // namespace fipsval
+#include "harness/owners.h"

@@ -19,6 +19,14 @@
 extern "C" {
 #endif
 
+/* The fixed paths of the library: request files are read from
+ * FIPSVAL_REQUEST_DIR "/<name>.req", responses and the entropy samples are
+ * written to FIPSVAL_RESPONSE_DIR, and FIPSVAL_FORCE_MARKER names the test
+ * to force at the next self-test run. */
+#define FIPSVAL_REQUEST_DIR "/tmp/req"
+#define FIPSVAL_RESPONSE_DIR "/tmp/resp"
+#define FIPSVAL_FORCE_MARKER "/data/etc/katfail"
+
 #if defined(FIPSVAL_BUILDING_LIBRARY)
 #define FIPSVAL_API __attribute__((visibility("default")))
 #else

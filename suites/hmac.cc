@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "harness/runner_io.h"
@@ -16,20 +15,21 @@
 namespace fipsval {
 namespace {
 
-constexpr int kLineSize = 1024;
 constexpr std::size_t kBufferSize = 1024;
 constexpr int kMaxMacLen = 32;
 
 // Which HMAC answers the tests: none until the first section marker.
 enum Mode { kNoSection = 0, kSha1 = 1, kSha256 = 2 };
 
-int hmac_with(const EVP_MD* md, unsigned expected, const uint8_t* msg,
-              std::size_t msg_len, const uint8_t* key, std::size_t key_len,
-              uint8_t* mac) {
+// The MAC of msg under key with the section's digest into mac; a MAC of
+// any other length than the digest's is refused.
+int Hmac(Mode mode, const uint8_t* msg, std::size_t msg_len,
+         const uint8_t* key, std::size_t key_len, uint8_t* mac) {
+  const unsigned expected = mode == kSha1 ? 20 : 32;
   std::array<uint8_t, EVP_MAX_MD_SIZE> out;
   unsigned out_len = 0;
-  if (!HMAC(md, key, static_cast<int>(key_len), msg, msg_len, out.data(),
-            &out_len) ||
+  if (!HMAC(mode == kSha1 ? EVP_sha1() : EVP_sha256(), key,
+            static_cast<int>(key_len), msg, msg_len, out.data(), &out_len) ||
       out_len != expected) {
     std::printf("Wrong mac length (%d)\n", static_cast<int>(out_len));
     return 0;
@@ -38,137 +38,73 @@ int hmac_with(const EVP_MD* md, unsigned expected, const uint8_t* msg,
   return 1;
 }
 
-int hmac_sha1(const uint8_t* msg, std::size_t msg_len, const uint8_t* key,
-              std::size_t key_len, uint8_t* mac) {
-  return hmac_with(EVP_sha1(), 20, msg, msg_len, key, key_len, mac);
-}
-
-int hmac_sha256(const uint8_t* msg, std::size_t msg_len, const uint8_t* key,
-                std::size_t key_len, uint8_t* mac) {
-  return hmac_with(EVP_sha256(), 32, msg, msg_len, key, key_len, mac);
-}
-
-// The tags are searched anywhere in the line, but the values are read at a
-// fixed index as if the tag began the line; the line is at least that long
-// once it holds the tag.
-int extract_mac_len(const char* line, int32_t* out) {
-  if (!std::strstr(line, "Tlen = ")) return 0;
-  *out = static_cast<int32_t>(std::strtol(line + 7, nullptr, 10));
-  return 1;
-}
-
-// Both store at most kBufferSize bytes; *len gets the full count the hex
-// encodes, for the caller's size check.
-int extract_key(const char* line, uint8_t* key, std::size_t* len) {
-  if (!std::strstr(line, "Key = ")) return 0;
-  *len = DecodeHex(line + 6, key, kBufferSize);
-  return *len != 0;
-}
-
-int extract_msg(const char* line, uint8_t* msg, std::size_t* len) {
-  if (!std::strstr(line, "Msg = ")) return 0;
-  *len = DecodeHex(line + 6, msg, kBufferSize);
-  return *len != 0;
-}
-
-const AnswerMessages kMacMessages = {
-    "Error converting mac to ascii",
-    "Problem writing mac tag to rsp file",
-    "Problem writing mac to rsp file",
-};
-
-// Reads the next line into `line`; it must hold `tag`, else prints
-// `missing` and fails.
-bool ReadField(const RunnerFiles& files, char* line, const char* tag,
-               const char* missing) {
-  if (!files.ReadLine(line, kLineSize) || !std::strstr(line, tag)) {
-    Fail(missing);
+// Reads a hex field line into out (kBufferSize bytes) and copies it.
+// Returns false, after the message, when it is missing, empty or too long.
+bool ReadHex(const Session& s, const char* tag, const char* missing,
+             const char* refused, const char* too_long, uint8_t* out,
+             std::size_t* len) {
+  if (!s.ReadField(tag, missing)) return false;
+  *len = s.Hex(tag, out, kBufferSize);
+  if (*len == 0 || *len > kBufferSize) {
+    Fail(*len == 0 ? refused : too_long);
     return false;
   }
-  return true;
+  return s.Copy();
 }
 
 // One test after its Count line: Klen, Tlen, Key and Msg in this order,
-// then the Mac answer truncated to Tlen bytes.
-bool AnswerTest(const RunnerFiles& files, Mode mode, char* line) {
-  if (!ReadField(files, line, "Klen = ", "Key length field not present") ||
-      !files.Copy(line)) {  // the key length comes from the key itself
+// then the Mac answer truncated to Tlen bytes. The tags are searched
+// anywhere in the line, but the values are read as if the tag began it.
+bool AnswerTest(const Session& s, Mode mode) {
+  // The key length comes from the key itself.
+  if (!s.ReadField("Klen = ", "Key length field not present") || !s.Copy() ||
+      !s.ReadField("Tlen = ", "MAC length field not present") || !s.Copy()) {
     return false;
   }
-
-  if (!ReadField(files, line, "Tlen = ", "MAC length field not present") ||
-      !files.Copy(line)) {
-    return false;
-  }
-  int32_t tlen = 0;
-  if (!extract_mac_len(line, &tlen)) {
-    Fail("Error extracting mac len");
-    return false;
-  }
+  const auto tlen = static_cast<int32_t>(s.Number("Tlen = "));
   if (tlen > kMaxMacLen) {
     Fail("MAC len is too big");
     return false;
   }
-
   uint8_t key[kBufferSize];
-  std::size_t key_len = 0;
-  if (!ReadField(files, line, "Key = ", "Key field not present")) return false;
-  if (!extract_key(line, key, &key_len)) {
-    Fail("Error extracting key");
-    return false;
-  }
-  if (key_len > sizeof key) {
-    Fail("Key buffer too small");
-    return false;
-  }
-  if (!files.Copy(line)) return false;
-
   uint8_t msg[kBufferSize];
+  std::size_t key_len = 0;
   std::size_t msg_len = 0;
-  if (!ReadField(files, line, "Msg = ", "Msg field not present")) return false;
-  if (!extract_msg(line, msg, &msg_len)) {
-    Fail("Error extracting msg");
+  if (!ReadHex(s, "Key = ", "Key field not present", "Error extracting key",
+               "Key buffer too small", key, &key_len) ||
+      !ReadHex(s, "Msg = ", "Msg field not present", "Error extracting msg",
+               "Msg buffer too small", msg, &msg_len)) {
     return false;
   }
-  if (msg_len > sizeof msg) {
-    Fail("Msg buffer too small");
-    return false;
-  }
-  if (!files.Copy(line)) return false;
-
   // Zeroed so that a Tlen beyond the SHA-1 length (up to 32) shows zeros
   // rather than stale memory.
   std::array<uint8_t, kMaxMacLen> mac = {};
-  const int ok = mode == kSha1
-                     ? hmac_sha1(msg, msg_len, key, key_len, mac.data())
-                     : hmac_sha256(msg, msg_len, key, key_len, mac.data());
-  if (!ok) {
+  if (!Hmac(mode, msg, msg_len, key, key_len, mac.data())) {
     Fail("Error generating mac");
     return false;
   }
   // A Tlen of 0 or less gives an empty Mac value.
-  return WriteAnswer(files, "Mac = ", mac.data(), tlen, line, kLineSize,
-                     kMacMessages);
+  return s.Answer("Mac = ", mac.data(), tlen,
+                  {"Error converting mac to ascii",
+                   "Problem writing mac tag to rsp file",
+                   "Problem writing mac to rsp file"});
 }
 
 }  // namespace
 
-void test_hmac_from_file(const char* name) {
-  RunnerFiles files;
-  if (!files.Open(name)) return;
-
-  char line[kLineSize] = {};
+void test_hmac_from_stream(std::FILE* req, std::FILE* rsp) {
+  const BufferedSession<1024> s(req, rsp);
   Mode mode = kNoSection;
-  while (files.ReadLine(line, sizeof line)) {
+  while (s.Next()) {
     // Find the line that the test step looks at. Only the first line after
     // a section marker is taken without classifying it again, so a marker
     // straight after another is copied as an ordinary line.
     for (;;) {
-      const bool sha1 = std::strstr(line, "[L=20]") != nullptr;
-      if (sha1 || std::strstr(line, "[L=32]")) {
-        if (!files.Copy(line)) return;
+      const bool sha1 = s.Has("[L=20]");
+      if (sha1 || s.Has("[L=32]")) {
+        if (!s.Copy()) return;
         mode = sha1 ? kSha1 : kSha256;
-        if (!files.ReadLine(line, sizeof line)) {
+        if (!s.Next()) {
           Fail("Problem reading req file.");
           return;
         }
@@ -176,20 +112,16 @@ void test_hmac_from_file(const char* name) {
       }
       if (mode != kNoSection) break;
       // Before the first marker: copied, tests included, without answers.
-      if (!files.Copy(line)) return;
-      if (!files.ReadLine(line, sizeof line)) {
+      if (!s.Copy()) return;
+      if (!s.Next()) {
         Fail("Never found starting marker");
         return;
       }
     }
-
     // Other section markers (L=28, 48, 64) land here as ordinary lines and
     // their tests are answered in the mode then in force.
-    if (!std::strstr(line, "Count")) {
-      if (!files.Copy(line)) return;
-      continue;
-    }
-    if (!files.Copy(line) || !AnswerTest(files, mode, line)) return;
+    if (!s.Copy()) return;
+    if (s.Has("Count") && !AnswerTest(s, mode)) return;
   }
 }
 

@@ -31,8 +31,8 @@ using Bytes = std::vector<uint8_t>;
 // P_hash of the TLS standards: A(1) = HMAC(secret, seed), then output
 // blocks HMAC(secret, A(i) || seed) with A(i+1) = HMAC(secret, A(i)), cut
 // to out_len bytes. An out_len below 1 computes A(1) only.
-int p_hash(const EVP_MD* md, const uint8_t* secret, int secret_len,
-           const uint8_t* seed, int seed_len, uint8_t* out, int out_len) {
+int PHash(const EVP_MD* md, const uint8_t* secret, int secret_len,
+          const uint8_t* seed, int seed_len, uint8_t* out, int out_len) {
   const int d = EVP_MD_size(md);
   // A(i) sits in front of the seed, so each block is one HMAC call.
   Bytes a_seed(static_cast<std::size_t>(d) + static_cast<std::size_t>(seed_len));
@@ -56,114 +56,45 @@ int p_hash(const EVP_MD* md, const uint8_t* secret, int secret_len,
   return 1;
 }
 
-int hmac_md5(const uint8_t* secret, int secret_len, const uint8_t* seed,
-             int seed_len, uint8_t* out, int out_len) {
-  return p_hash(EVP_md5(), secret, secret_len, seed, seed_len, out, out_len);
-}
-int hmac_sha1(const uint8_t* secret, int secret_len, const uint8_t* seed,
-              int seed_len, uint8_t* out, int out_len) {
-  return p_hash(EVP_sha1(), secret, secret_len, seed, seed_len, out, out_len);
-}
-int hmac_sha256(const uint8_t* secret, int secret_len, const uint8_t* seed,
-                int seed_len, uint8_t* out, int out_len) {
-  return p_hash(EVP_sha256(), secret, secret_len, seed, seed_len, out,
-                out_len);
-}
-int hmac_sha384(const uint8_t* secret, int secret_len, const uint8_t* seed,
-                int seed_len, uint8_t* out, int out_len) {
-  return p_hash(EVP_sha384(), secret, secret_len, seed, seed_len, out,
-                out_len);
-}
-int hmac_sha512(const uint8_t* secret, int secret_len, const uint8_t* seed,
-                int seed_len, uint8_t* out, int out_len) {
-  return p_hash(EVP_sha512(), secret, secret_len, seed, seed_len, out,
-                out_len);
-}
-
 // label || seed1 || seed2, the label without its terminator.
-Bytes label_and_seed(const char* label, const uint8_t* seed1, int seed1_len,
-                     const uint8_t* seed2, int seed2_len) {
+Bytes LabelAndSeed(const char* label, const uint8_t* seed1, int seed1_len,
+                   const uint8_t* seed2, int seed2_len) {
   Bytes s(label, label + std::strlen(label));
   s.insert(s.end(), seed1, seed1 + seed1_len);
   s.insert(s.end(), seed2, seed2 + seed2_len);
   return s;
 }
 
-std::size_t out_size(int out_len) {
-  return out_len > 0 ? static_cast<std::size_t>(out_len) : 0;
-}
-
-// TLS 1.0/1.1: P_MD5(S1, seed) XOR P_SHA1(S2, seed). S1 and S2 are the two
-// halves of the secret rounded down, so an odd secret's last byte takes no
-// part (RFC 2246 would share the middle byte); answers depend on this.
-int prf_sha1(const uint8_t* secret, int secret_len, const char* label,
-             const uint8_t* seed1, int seed1_len, const uint8_t* seed2,
-             int seed2_len, uint8_t* out, int out_len) {
-  const int half = secret_len / 2;
-  const Bytes seed = label_and_seed(label, seed1, seed1_len, seed2, seed2_len);
+// TLS 1.0/1.1 (selector 20): P_MD5(S1, seed) XOR P_SHA1(S2, seed). S1 and
+// S2 are the two halves of the secret rounded down, so an odd secret's last
+// byte takes no part (RFC 2246 would share the middle byte); answers depend
+// on this. TLS 1.2 (selectors 32, 48, 64, the digest length):
+// P_<hash>(secret, label || seed1 || seed2) with SHA-256, SHA-384, SHA-512.
+// Returns 0 for an unknown selector.
+int prf_hash(int selector, const uint8_t* secret, int secret_len,
+             const char* label, const uint8_t* seed1, int seed1_len,
+             const uint8_t* seed2, int seed2_len, uint8_t* out, int out_len) {
+  const Bytes seed = LabelAndSeed(label, seed1, seed1_len, seed2, seed2_len);
   const int seed_len = static_cast<int>(seed.size());
-  Bytes md5_part(out_size(out_len));
-  Bytes sha1_part(out_size(out_len));
-  hmac_md5(secret, half, seed.data(), seed_len, md5_part.data(), out_len);
-  hmac_sha1(secret + half, half, seed.data(), seed_len, sha1_part.data(),
-            out_len);
+  const EVP_MD* md = selector == 32   ? EVP_sha256()
+                     : selector == 48 ? EVP_sha384()
+                     : selector == 64 ? EVP_sha512()
+                                      : nullptr;
+  if (md) {
+    return PHash(md, secret, secret_len, seed.data(), seed_len, out, out_len);
+  }
+  if (selector != 20) return 0;
+  const int half = secret_len / 2;
+  Bytes md5_part(static_cast<std::size_t>(std::max(out_len, 0)));
+  Bytes sha1_part(md5_part.size());
+  PHash(EVP_md5(), secret, half, seed.data(), seed_len, md5_part.data(),
+        out_len);
+  PHash(EVP_sha1(), secret + half, half, seed.data(), seed_len,
+        sha1_part.data(), out_len);
   for (std::size_t i = 0; i < md5_part.size(); ++i) {
     out[i] = md5_part[i] ^ sha1_part[i];
   }
   return 1;
-}
-
-using PHash = int (*)(const uint8_t*, int, const uint8_t*, int, uint8_t*, int);
-
-// TLS 1.2: P_<hash>(secret, label || seed1 || seed2).
-int prf_tls12(PHash p, const uint8_t* secret, int secret_len,
-              const char* label, const uint8_t* seed1, int seed1_len,
-              const uint8_t* seed2, int seed2_len, uint8_t* out, int out_len) {
-  const Bytes seed = label_and_seed(label, seed1, seed1_len, seed2, seed2_len);
-  return p(secret, secret_len, seed.data(), static_cast<int>(seed.size()), out,
-           out_len);
-}
-
-int prf_sha256(const uint8_t* secret, int secret_len, const char* label,
-               const uint8_t* seed1, int seed1_len, const uint8_t* seed2,
-               int seed2_len, uint8_t* out, int out_len) {
-  return prf_tls12(hmac_sha256, secret, secret_len, label, seed1, seed1_len,
-                   seed2, seed2_len, out, out_len);
-}
-int prf_sha384(const uint8_t* secret, int secret_len, const char* label,
-               const uint8_t* seed1, int seed1_len, const uint8_t* seed2,
-               int seed2_len, uint8_t* out, int out_len) {
-  return prf_tls12(hmac_sha384, secret, secret_len, label, seed1, seed1_len,
-                   seed2, seed2_len, out, out_len);
-}
-int prf_sha512(const uint8_t* secret, int secret_len, const char* label,
-               const uint8_t* seed1, int seed1_len, const uint8_t* seed2,
-               int seed2_len, uint8_t* out, int out_len) {
-  return prf_tls12(hmac_sha512, secret, secret_len, label, seed1, seed1_len,
-                   seed2, seed2_len, out, out_len);
-}
-
-// The selector is the PRF's digest length: 20 for TLS 1.0/1.1 (MD5 and
-// SHA-1), 32, 48 and 64 for TLS 1.2 with SHA-256, SHA-384 and SHA-512.
-int prf_hash(int selector, const uint8_t* secret, int secret_len,
-             const char* label, const uint8_t* seed1, int seed1_len,
-             const uint8_t* seed2, int seed2_len, uint8_t* out, int out_len) {
-  switch (selector) {
-    case 20:
-      return prf_sha1(secret, secret_len, label, seed1, seed1_len, seed2,
-                      seed2_len, out, out_len);
-    case 32:
-      return prf_sha256(secret, secret_len, label, seed1, seed1_len, seed2,
-                        seed2_len, out, out_len);
-    case 48:
-      return prf_sha384(secret, secret_len, label, seed1, seed1_len, seed2,
-                        seed2_len, out, out_len);
-    case 64:
-      return prf_sha512(secret, secret_len, label, seed1, seed1_len, seed2,
-                        seed2_len, out, out_len);
-    default:
-      return 0;
-  }
 }
 
 struct Marker {
@@ -179,7 +110,7 @@ constexpr std::array<Marker, 4> kMarkers = {{
 }};
 
 // The PRF a line selects when it begins with a section marker, else 0.
-int marker_prf(const char* line) {
+int MarkerPrf(const char* line) {
   const std::string_view l(line);
   for (const Marker& m : kMarkers) {
     if (l.starts_with(m.text)) return m.prf;
@@ -194,121 +125,93 @@ struct Section {
 
 // Reads the two length lines that follow a marker. The pre-master-secret
 // length is only copied: each case's secret carries its own length.
-bool read_section_header(const RunnerFiles& files, Section& s) {
+bool ReadSectionHeader(const Session& s, Section& section) {
   int secret_bits = 0;
   int key_block_bits = 0;
-  if (!fips_tv_extract_len(files.req(), files.rsp(),
-                           "[pre-master secret length = ", &secret_bits) ||
-      !fips_tv_extract_len(files.req(), files.rsp(), "[key block length = ",
+  if (!fips_tv_extract_len(s.req(), s.rsp(), "[pre-master secret length = ",
+                           &secret_bits) ||
+      !fips_tv_extract_len(s.req(), s.rsp(), "[key block length = ",
                            &key_block_bits)) {
     return false;
   }
-  s.key_block_len = key_block_bits / 8;
-  if (s.key_block_len > kMaxKeyBlock) {
+  section.key_block_len = key_block_bits / 8;
+  if (section.key_block_len > kMaxKeyBlock) {
     std::printf("The key block length is over limit %d(%d)\n",
-                s.key_block_len, kMaxKeyBlock);
+                section.key_block_len, kMaxKeyBlock);
     return false;
   }
   return true;
 }
 
-// Parses the next line's hex value into out and returns its byte count;
-// prints the runner's message and returns 0 when it is missing or longer
-// than out.
-int parse_field(const RunnerFiles& files, const char* tag,
-                std::span<uint8_t> out) {
-  const int n =
-      ParseKeyBounded(files.req(), files.rsp(), tag, out.data(), out.size());
-  if (n == 0) {
-    std::printf("Problem parse %s\n", tag);
-    return 0;
-  }
-  if (n > static_cast<int>(out.size())) {
-    std::printf("%.*s is too long: %d bytes, at most %zu\n",
-                static_cast<int>(std::strcspn(tag, " ")), tag, n, out.size());
-    return 0;
-  }
-  return n;
+// The byte count of the next hex field line, or 0 (reported) when it is
+// missing, empty or longer than the field.
+int ParseField(const Session& s, const char* tag, std::span<uint8_t> field) {
+  const auto n = ParseHexField(s, tag, field);
+  if (n && *n == 0) std::printf("Problem parse %s\n", tag);
+  return n ? static_cast<int>(*n) : 0;
 }
 
 constexpr AnswerMessages kMasterSecretMessages = {
-    .convert = "Error converting master-secret to ascii",
-    .tag = "Problem writing master-secret tag to rsp file",
-    .value = "Problem writing master-secret to rsp file",
-};
+    "Error converting master-secret to ascii",
+    "Problem writing master-secret tag to rsp file",
+    "Problem writing master-secret to rsp file"};
 // The key block's value reuses the master-secret message.
 constexpr AnswerMessages kKeyBlockMessages = {
-    .convert = "Error converting key-block to ascii",
-    .tag = "Problem writing key-block tag to rsp file",
-    .value = "Problem writing master-secret to rsp file",
-};
+    "Error converting key-block to ascii",
+    "Problem writing key-block tag to rsp file",
+    "Problem writing master-secret to rsp file"};
 
 // One test case, after its COUNT line. Returns false when the runner must
 // stop.
-bool answer_case(const RunnerFiles& files, const Section& s,
-                 std::span<char> line) {
+bool AnswerCase(const Session& s, const Section& section) {
   std::array<uint8_t, kMaxSecret> secret{};
-  std::array<uint8_t, kMaxRandom> server_hello{};
-  std::array<uint8_t, kMaxRandom> client_hello{};
-  std::array<uint8_t, kMaxRandom> server_random{};
-  std::array<uint8_t, kMaxRandom> client_random{};
+  // server hello, client hello, server random, client random
+  std::array<std::array<uint8_t, kMaxRandom>, 4> random{};
+  std::array<int, 4> random_len{};
+  static constexpr const char* kRandomTags[] = {
+      "serverHello_random = ", "clientHello_random = ", "server_random = ",
+      "client_random = "};
   // The master secret is as long as the pre-master secret, not a fixed 48.
-  const int secret_len = parse_field(files, "pre_master_secret = ", secret);
+  const int secret_len = ParseField(s, "pre_master_secret = ", secret);
   if (!secret_len) return false;
-  const int server_hello_len =
-      parse_field(files, "serverHello_random = ", server_hello);
-  if (!server_hello_len) return false;
-  const int client_hello_len =
-      parse_field(files, "clientHello_random = ", client_hello);
-  if (!client_hello_len) return false;
-  const int server_random_len =
-      parse_field(files, "server_random = ", server_random);
-  if (!server_random_len) return false;
-  const int client_random_len =
-      parse_field(files, "client_random = ", client_random);
-  if (!client_random_len) return false;
-  std::memset(line.data(), 0, line.size());
+  for (std::size_t i = 0; i < random.size(); ++i) {
+    random_len[i] = ParseField(s, kRandomTags[i], random[i]);
+    if (!random_len[i]) return false;
+  }
+  std::memset(s.line(), 0, s.buffer().size());
 
   static_assert(kMaxKeyBlock <= static_cast<int>(kMaxSecret));
   std::array<uint8_t, kMaxSecret> derived{};
   std::array<char, 2 * kMaxSecret + 1> text{};
-
   // The PRF's result is not examined: it fails only for an unknown
   // selector, and the markers give known ones.
-  prf_hash(s.prf, secret.data(), secret_len, "master secret",
-           client_hello.data(), client_hello_len, server_hello.data(),
-           server_hello_len, derived.data(), secret_len);
+  prf_hash(section.prf, secret.data(), secret_len, "master secret",
+           random[1].data(), random_len[1], random[0].data(), random_len[0],
+           derived.data(), secret_len);
   std::copy_n(derived.begin(), secret_len, secret.begin());
-  if (!WriteAnswer(files, "master_secret = ", secret.data(), secret_len,
-                   text.data(), text.size(), kMasterSecretMessages)) {
+  if (!s.Answer("master_secret = ", secret.data(), secret_len,
+                kMasterSecretMessages, text)) {
     return false;
   }
-
-  prf_hash(s.prf, secret.data(), secret_len, "key expansion",
-           server_random.data(), server_random_len, client_random.data(),
-           client_random_len, derived.data(), s.key_block_len);
-  return WriteAnswer(files, "key_block = ", derived.data(), s.key_block_len,
-                     text.data(), text.size(), kKeyBlockMessages);
+  prf_hash(section.prf, secret.data(), secret_len, "key expansion",
+           random[2].data(), random_len[2], random[3].data(), random_len[3],
+           derived.data(), section.key_block_len);
+  return s.Answer("key_block = ", derived.data(), section.key_block_len,
+                  kKeyBlockMessages, text);
 }
 
 }  // namespace
 
-void test_tls_from_file(const char* name) {
-  RunnerFiles files;
-  if (!files.Open(name)) return;
-
-  std::array<char, 4096> line{};
+void test_tls_from_stream(std::FILE* req, std::FILE* rsp) {
+  const BufferedSession<4096> s(req, rsp);
   Section section;
-  while (files.ReadLine(line.data(), static_cast<int>(line.size()))) {
-    if (!files.Copy(line.data())) return;
-    if (const int prf = marker_prf(line.data())) {
-      section.prf = prf;
-      if (!read_section_header(files, section)) return;
-    } else if (section.prf && std::strstr(line.data(), "COUNT")) {
-      if (!answer_case(files, section, line)) return;
-    }
-  }
-  if (!section.prf) Fail("Never found starting marker");
+  RunKdfSections(
+      s, MarkerPrf,
+      [&](int prf) {
+        section.prf = prf;
+        return ReadSectionHeader(s, section);
+      },
+      [&] { return AnswerCase(s, section); });
 }
 
 }  // namespace fipsval

@@ -15,7 +15,7 @@
 #include <span>
 
 #include "host/core/ctr_drbg.h"
-#include "suites/rbg_params.h"
+#include "fipsval_drbg.h"
 
 namespace fipsval {
 namespace {
@@ -52,24 +52,24 @@ int RunDrbgStandin(void* block) {
   // layout is read any further.
   uint32_t following;
   std::memcpy(&following, block, sizeof following);
-  if (following != kRbgParamsFollowing) {
+  if (following != FIPSVAL_DRBG_PARAMS_FOLLOWING) {
     errno = EINVAL;
     return -1;
   }
   rbg_params p;
   std::memcpy(&p, block, sizeof p);
-  if (p.returned_len < 0 ||
-      p.returned_len > static_cast<int32_t>(kRbgReturnedMax)) {
+  // A count of 0 or below asks for no output bytes.
+  if (p.returned_len > static_cast<int32_t>(FIPSVAL_DRBG_RETURNED_MAX)) {
     OPENSSL_cleanse(&p, sizeof p);
     errno = EINVAL;
     return -1;
   }
-  const auto len = static_cast<std::size_t>(p.returned_len);
+  const auto len = static_cast<std::size_t>(std::max(p.returned_len, 0));
 
   CtrDrbg drbg;
   drbg.Instantiate(p.entropy, p.nonce, Optional(p.personalization));
   drbg.Reseed(p.entropy_reseed, Optional(p.additional_reseed));
-  uint8_t first[kRbgReturnedMax];
+  uint8_t first[FIPSVAL_DRBG_RETURNED_MAX];
   const bool ok =
       drbg.Generate(std::span(first, len), Optional(p.additional1)) &&
       drbg.Generate(std::span(p.returned, len), Optional(p.additional2));
@@ -88,7 +88,7 @@ int RunDrbgStandin(void* block) {
 
 int InterposedIoctl(int fd, unsigned long request, void* arg) {
   const long rc = KernelIoctl(fd, request, arg);
-  if (rc != -1 || request != kRbgSetParamsIoctl) return static_cast<int>(rc);
+  if (rc != -1 || request != FIPSVAL_DRBG_SET_PARAMS_IOCTL) return static_cast<int>(rc);
   const int kernel_errno = errno;
   if ((kernel_errno != ENOTTY && kernel_errno != EINVAL) || !IsUrandom(fd)) {
     errno = kernel_errno;
@@ -98,14 +98,14 @@ int InterposedIoctl(int fd, unsigned long request, void* arg) {
 }
 
 const char* DrbgBackendDescription() {
-  const int fd = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+  const int fd = open(FIPSVAL_DRBG_DEVICE, O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     return "CTR_DRBG tests: /dev/urandom cannot be opened; they will fail";
   }
   rbg_params probe = {};
-  probe.length = kRbgParamsFollowing;
+  probe.length = FIPSVAL_DRBG_PARAMS_FOLLOWING;
   probe.returned_len = 0;
-  const long rc = KernelIoctl(fd, kRbgSetParamsIoctl, &probe);
+  const long rc = KernelIoctl(fd, FIPSVAL_DRBG_SET_PARAMS_IOCTL, &probe);
   const int kernel_errno = errno;
   const bool urandom = IsUrandom(fd);
   close(fd);

@@ -7,12 +7,12 @@
 #include <cstring>
 #include <memory>
 
-#include "harness/runner_io.h"
+#include "host/core/owners.h"
 
 namespace fipsval::host {
 namespace {
 
-using File = fipsval::UniqueFile;
+using File = UniqueFile;
 
 bool Fail(std::string* error, const std::string& what, const std::string& path) {
   *error = what + " " + path + ": " + std::strerror(errno);

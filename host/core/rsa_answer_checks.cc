@@ -16,14 +16,10 @@
 #include <string_view>
 #include <vector>
 
-#include "harness/openssl_ptr.h"
+#include "host/core/owners.h"
 
 namespace fipsval::host {
 namespace {
-
-using Bignum = UniquePtr<BIGNUM>;
-using BnCtx = UniquePtr<BN_CTX>;
-using Rsa = UniquePtr<RSA>;
 
 std::optional<std::string> ReadText(const std::string& path) {
   std::ifstream in(path, std::ios::binary);

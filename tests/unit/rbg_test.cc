@@ -13,7 +13,7 @@
 #include "fipsval.h"
 #include "harness/runners.h"
 #include "host/core/drbg_standin.h"
-#include "suites/rbg_params.h"
+#include "harness/drbg_block.h"
 #include "tests/support/test_env.h"
 
 namespace fipsval::testing {
@@ -117,12 +117,16 @@ TEST(RbgRunner, ReturnedBitsLenSetsTheAnswerLength) {
 }
 
 TEST(RbgRunner, LengthsBeyondTheFieldAreRefusedBeforeAnyTest) {
-  for (const char* bits : {"513", "1024", "-8", "99999999999999999999"}) {
+  // Below 0 asks for no bytes: an empty answer.
+  RunRequest("[AES-256 use df]\n[ReturnedBitsLen = -8]\n\n" +
+             Inputs(0, kAllEmpty));
+  EXPECT_TRUE(Response().ends_with("ReturnedBits = \r\n")) << Response();
+  for (const char* bits : {"513", "1024", "99999999999999999999"}) {
     const std::string header =
         std::string("[AES-256 use df]\n[ReturnedBitsLen = ") + bits + "]\n\n";
     const std::string out = RunRequest(header + Inputs(0, kAllEmpty));
     EXPECT_NE(out.find("ReturnedBitsLen"), std::string::npos) << out;
-    EXPECT_NE(out.find("outside 0 to 512"), std::string::npos) << out;
+    EXPECT_NE(out.find("is above 512"), std::string::npos) << out;
     EXPECT_EQ(Response(), Crlf("[AES-256 use df]\n[ReturnedBitsLen = ") +
                               bits + "]\r\n");
   }
@@ -195,32 +199,22 @@ TEST(RbgRunner, MissingOptionalInputsAreSkipped) {
   EXPECT_TRUE(response.ends_with(Crlf("AdditionalInput = \n")));
 }
 
-TEST(RbgRunner, OverlongValuesRunOnIntoLaterFieldsButNotPastTheBlock) {
-  // A nonce carrying 32 more bytes fills the personalization field, as the
-  // driver's layout puts it right after; an empty personalization line then
-  // leaves it so.
+TEST(RbgRunner, OverlongValuesAreRefusedAtTheirOwnField) {
   Case spilled = kEverything;
   spilled.nonce += spilled.personalization;
-  spilled.personalization = "";
-  EXPECT_EQ(RunRequest(Header(512) + Inputs(0, spilled)), "");
-  EXPECT_NE(Response().find(Crlf(Answer(kEverythingAnswer))),
-            std::string::npos);
-
-  // A 1000-byte second additional input runs over the returned field and
-  // the length word to the block's end; the length it leaves (-1) makes
-  // the driver refuse the block.
+  EXPECT_EQ(RunRequest(Header(512) + Inputs(0, spilled)),
+            "Nonce is too long: 48 bytes, at most 16\n");
   Case hostile = kEverything;
   hostile.additional2 = std::string(2000, 'f');
   EXPECT_EQ(RunRequest(Header(512) + Inputs(0, hostile)),
-            "Error set_key 62\nError set params  \n");
+            "AdditionalInput is too long: 1000 bytes, at most 32\n");
+  // The refused line is copied; nothing is answered.
   EXPECT_TRUE(Response().ends_with("AdditionalInput = " + hostile.additional2 +
                                    "\r\n"));
-
-  // Entropy of a whole line's worth of hex: clipped at the block's end.
   Case huge = kEverything;
   huge.entropy = std::string(4000, 'a');
-  huge.nonce = "";  // the run ends here, after the decode
-  EXPECT_EQ(RunRequest(Header(512) + Inputs(0, huge)), "");
+  EXPECT_EQ(RunRequest(Header(512) + Inputs(0, huge)),
+            "EntropyInput is too long: 2000 bytes, at most 32\n");
 }
 
 TEST(RbgRunner, UnopenableDeviceStopsAfterTheFirstTestsInputs) {

@@ -146,10 +146,10 @@ TEST(RsaSigGen, EachSectionGetsItsOwnKey) {
 
 TEST(RsaModulusSize, AcceptedSizesByBitMask) {
   for (int bits : {1024, 1536, 2048, 3072, 4096}) {
-    EXPECT_TRUE(is_signature_modulus_size(bits)) << bits;
+    EXPECT_TRUE(IsSignatureModulusSize(bits)) << bits;
   }
   for (int bits : {0, 512, 1280, 2560, 3584, 8192, 5120, 1025}) {
-    EXPECT_FALSE(is_signature_modulus_size(bits)) << bits;
+    EXPECT_FALSE(IsSignatureModulusSize(bits)) << bits;
   }
 }
 
@@ -162,8 +162,10 @@ TEST(RsaModulusSize, OnlyFourDigitsAreRead) {
   ASSERT_TRUE(extract_modulus_size("[mod = 512]\r\n", &bits));
   EXPECT_EQ(bits, 512);
   EXPECT_FALSE(extract_modulus_size(" [mod = 1024]\r\n", &bits));
-  EXPECT_FALSE(extract_modulus_size("[mod = ]\r\n", &bits));
-  EXPECT_FALSE(extract_modulus_size("[mod = ", &bits));
+  EXPECT_TRUE(extract_modulus_size("[mod = abcd]\r\n", &bits));
+  EXPECT_EQ(bits, 0);
+  EXPECT_TRUE(extract_modulus_size("[mod = ", &bits));
+  EXPECT_EQ(bits, 0);
 }
 
 TEST(RsaSigGen, GeneratesKeysOfTheSectionSize) {
@@ -198,8 +200,9 @@ TEST(RsaSigGen, FailureMessages) {
   const std::vector<Case> cases = {
       {"# only a comment\n", "Never found modulus size marker\n"},
       {"", "Never found modulus size marker\n"},
-      {"[mod = abc]\n", "Error extracting first modulus size\n"},
-      {"[mod = 1024]\n\n[mod = x]\n", "Error extracting next modulus size\n"},
+      // strtol without a digit check: a size without digits is 0.
+      {"[mod = abc]\n", "Invalid modulus size (0)\n"},
+      {"[mod = 1024]\n\n[mod = x]\n", "Invalid modulus size (0)\n"},
       {"[mod = 1024]\n\nSHAAlg = SHA1\nMsg2 = 00\n", "Msg field not present\n"},
       {"[mod = 1024]\n\nSHAAlg = SHA1\n", "Msg field not present\n"},
       {"[mod = 1024]\n\nSHAAlg = SHA1\nMsg = \n", "Error extracting msg\n"},
@@ -267,9 +270,9 @@ TEST(RsaSigVer, ChecksEverySectionSize) {
 
 TEST(RsaSigVer, FailureMessages) {
   EXPECT_EQ(RunVerify("# nothing\n"), "Never found modulus size marker\n");
-  EXPECT_EQ(RunVerify("[mod = ?]\n"), "Error extracting first modulus size\n");
+  EXPECT_EQ(RunVerify("[mod = ?]\n"), "Invalid modulus size (0)\n");
   EXPECT_EQ(RunVerify("[mod = 1024]\n[mod = ?]\n"),
-            "Error extracting next modulus size\n");
+            "Invalid modulus size (0)\n");
   EXPECT_EQ(RunVerify("[mod = 1024]\n\nn = xyz\n"), "Error extracting modulus\n");
   EXPECT_EQ(ReadResponse("SigVer"), Crlf("[mod = 1024]\n\n"));
 }

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "harness/runners.h"
-#include "suites/tdes.h"
+#include "harness/runners.h"
 #include "tests/support/test_env.h"
 
 namespace fipsval::testing {

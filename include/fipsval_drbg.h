@@ -1,0 +1,54 @@
+/*
+ * The CTR_DRBG test ioctl of the random-device driver, as fipsval sends it.
+ *
+ * For every CTR_DRBG test (AES-256 with a derivation function) the library
+ * opens FIPSVAL_DRBG_DEVICE, fills one struct rbg_params and issues
+ * ioctl(fd, FIPSVAL_DRBG_SET_PARAMS_IOCTL, &block). The driver instantiates
+ * with entropy, nonce and personalization, reseeds with entropy_reseed and
+ * additional_reseed, generates twice (additional1, then additional2) and
+ * stores the second output, returned_len bytes, in `returned` before the
+ * ioctl returns 0. An input the request gives empty is all zero. A
+ * returned_len of 0 or below asks for no output bytes.
+ *
+ * The block is a wire format: 280 bytes, little-endian, no padding.
+ */
+#ifndef FIPSVAL_DRBG_H
+#define FIPSVAL_DRBG_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define FIPSVAL_DRBG_DEVICE "/dev/urandom"
+
+/* _IOW('R', 2, int): direction write, type 'R', number 2, size field 4. */
+#define FIPSVAL_DRBG_SET_PARAMS_IOCTL 0x40045202UL
+
+/* The value of the first word: the number of bytes that follow it. */
+#define FIPSVAL_DRBG_PARAMS_FOLLOWING 276u
+
+#define FIPSVAL_DRBG_ENTROPY_LEN 32  /* entropy, entropy_reseed */
+#define FIPSVAL_DRBG_NONCE_LEN 16
+#define FIPSVAL_DRBG_INPUT_LEN 32    /* personalization, additional inputs */
+#define FIPSVAL_DRBG_RETURNED_MAX 64 /* 512 bits */
+
+struct rbg_params {
+  uint32_t length; /* always FIPSVAL_DRBG_PARAMS_FOLLOWING */
+  uint8_t entropy[FIPSVAL_DRBG_ENTROPY_LEN];
+  uint8_t nonce[FIPSVAL_DRBG_NONCE_LEN];
+  uint8_t personalization[FIPSVAL_DRBG_INPUT_LEN];
+  uint8_t additional1[FIPSVAL_DRBG_INPUT_LEN]; /* first generate call */
+  uint8_t entropy_reseed[FIPSVAL_DRBG_ENTROPY_LEN];
+  uint8_t additional_reseed[FIPSVAL_DRBG_INPUT_LEN];
+  uint8_t additional2[FIPSVAL_DRBG_INPUT_LEN]; /* second generate call */
+  uint8_t returned[FIPSVAL_DRBG_RETURNED_MAX]; /* written by the driver */
+  int32_t returned_len; /* ReturnedBitsLen / 8, truncated toward zero */
+};
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* FIPSVAL_DRBG_H */
