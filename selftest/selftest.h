@@ -8,11 +8,13 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "fipsval.h"
+
 namespace fipsval {
 
 // Reading this file at the start of a run forces one named test to fail;
 // the file is deleted when read.
-inline constexpr char kForceMarkerPath[] = "/data/etc/katfail";
+inline constexpr char kForceMarkerPath[] = FIPSVAL_FORCE_MARKER;
 
 // Runs the eight tests in order with their progress lines; returns the
 // failure mask (FIPS_ST_* bits, 0 when all passed).

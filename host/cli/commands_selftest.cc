@@ -23,7 +23,7 @@ namespace fipsval::host {
 namespace {
 
 constexpr char kMarkerDir[] = "/data/etc";
-constexpr char kMarkerFile[] = "/data/etc/katfail";
+constexpr char kMarkerFile[] = FIPSVAL_FORCE_MARKER;
 
 // The names the library accepts in the marker, exactly as written there.
 constexpr std::string_view kForceNames[] = {

@@ -230,8 +230,8 @@ class OutputSorter {
     }
     std::string text = Printable(line);
     if (current_) {
-      Replace(&text, "/tmp/req/" + name + ".req", current_->request_path);
-      Replace(&text, "/tmp/resp/" + name + ".rsp", current_->response_path);
+      Replace(&text, FIPSVAL_REQUEST_DIR "/" + name + ".req", current_->request_path);
+      Replace(&text, FIPSVAL_RESPONSE_DIR "/" + name + ".rsp", current_->response_path);
       current_->runner_lines.push_back(text);
     }
     if (options_.verbosity >= 1) std::printf("%s\n", text.c_str());
@@ -620,9 +620,9 @@ int ExportEntropy(int count, const std::string& output_dir) {
     std::fprintf(stderr, "fipsval: %s\n", why.c_str());
     return 1;
   }
-  const std::string target = output_dir.empty() ? "/tmp/resp" : output_dir;
+  const std::string target = output_dir.empty() ? FIPSVAL_RESPONSE_DIR : output_dir;
   UniqueFd dir = output_dir.empty()
-                     ? OpenOwnDirectory("/tmp/resp", &why)
+                     ? OpenOwnDirectory(FIPSVAL_RESPONSE_DIR, &why)
                      : OpenGivenDirectory(output_dir, true, &why);
   if (!dir) {
     std::fprintf(stderr, "fipsval: cannot write the samples to %s: %s\n",

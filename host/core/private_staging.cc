@@ -15,11 +15,13 @@
 #include <cstring>
 #include <string_view>
 
+#include "fipsval.h"
+
 namespace fipsval::host {
 namespace {
 
 constexpr const char* kLockPath = "/tmp/.fipsval.lock";
-constexpr const char* kStagingDirs[] = {"/tmp/req", "/tmp/resp"};
+constexpr const char* kStagingDirs[] = {FIPSVAL_REQUEST_DIR, FIPSVAL_RESPONSE_DIR};
 
 bool WriteProcFile(const char* path, const std::string& text) {
   UniqueFd fd(open(path, O_WRONLY | O_CLOEXEC));
