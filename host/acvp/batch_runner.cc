@@ -16,7 +16,7 @@
 #include "host/core/cavp_tree.h"
 #include "host/core/suite_catalog.h"
 
-namespace fipsval::acvp {
+namespace fipsval::host::acvp {
 namespace {
 
 namespace fs = std::filesystem;
@@ -200,4 +200,4 @@ bool RunFiles(const std::vector<RequestFile>& files, const std::vector<std::size
   return ok;
 }
 
-}  // namespace fipsval::acvp
+}  // namespace fipsval::host::acvp

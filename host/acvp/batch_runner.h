@@ -9,7 +9,7 @@
 #include "host/acvp/conversion.h"
 #include "host/acvp/response_writer.h"
 
-namespace fipsval::acvp {
+namespace fipsval::host::acvp {
 
 // Splits the files into runs: two files of the same name go to different
 // runs. Returns, for each run, the indexes of its files.
@@ -23,4 +23,4 @@ bool RunFiles(const std::vector<RequestFile>& files,
               const std::vector<std::size_t>& run, std::vector<FileResult>* results,
               std::string* library_output, std::string* error);
 
-}  // namespace fipsval::acvp
+}  // namespace fipsval::host::acvp

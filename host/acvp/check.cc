@@ -11,7 +11,7 @@
 
 #include "host/acvp/conversion.h"
 
-namespace fipsval::acvp {
+namespace fipsval::host::acvp {
 namespace {
 
 using internal::Item;
@@ -235,4 +235,4 @@ CheckTally CheckResponse(const Json& expected, const Json& response, const Json*
   return tally;
 }
 
-}  // namespace fipsval::acvp
+}  // namespace fipsval::host::acvp

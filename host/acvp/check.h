@@ -6,7 +6,7 @@
 
 #include "host/acvp/json_fields.h"
 
-namespace fipsval::acvp {
+namespace fipsval::host::acvp {
 
 struct CheckTally {
   int passed = 0;  // tests
@@ -21,4 +21,4 @@ struct CheckTally {
 CheckTally CheckResponse(const Json& expected, const Json& response,
                          const Json* prompt, std::FILE* out);
 
-}  // namespace fipsval::acvp
+}  // namespace fipsval::host::acvp

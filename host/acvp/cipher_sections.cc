@@ -1,7 +1,7 @@
 // The "[ENCRYPT]" and "[DECRYPT]" sections of the AES and TDES requests.
 #include "host/acvp/conversion.h"
 
-namespace fipsval::acvp::internal {
+namespace fipsval::host::acvp::internal {
 
 void CipherSections::Add(bool encrypt_test, const Slot& slot,
                          const std::string& lines) {
@@ -21,4 +21,4 @@ void CipherSections::Finish(const std::string& header,
                      decrypt_slots.end());
 }
 
-}  // namespace fipsval::acvp::internal
+}  // namespace fipsval::host::acvp::internal

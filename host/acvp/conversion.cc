@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-namespace fipsval::acvp {
+namespace fipsval::host::acvp {
 namespace internal {
 
 std::string GroupPlace(std::size_t index, long long tg_id) {
@@ -123,4 +123,4 @@ Conversion ConvertVectorSet(const Json& prompt) {
   return out;
 }
 
-}  // namespace fipsval::acvp
+}  // namespace fipsval::host::acvp

@@ -8,7 +8,7 @@
 
 #include "host/acvp/json_fields.h"
 
-namespace fipsval::acvp {
+namespace fipsval::host::acvp {
 
 // A response line that carries an answer: the line begins with `prefix`
 // ("CIPHERTEXT = ") and its value becomes the JSON field `field` ("ct").
@@ -111,4 +111,4 @@ void AllUnsupported(const Json& prompt, const std::string& reason,
                     Conversion* out);
 
 }  // namespace internal
-}  // namespace fipsval::acvp
+}  // namespace fipsval::host::acvp

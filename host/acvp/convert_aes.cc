@@ -5,7 +5,7 @@
 
 #include "host/acvp/conversion.h"
 
-namespace fipsval::acvp::internal {
+namespace fipsval::host::acvp::internal {
 namespace {
 
 constexpr std::size_t kMaxDataBytes = 256;  // the runners' data buffers
@@ -120,4 +120,4 @@ void ConvertAes(const Json& prompt, bool cbc, Conversion* out) {
   }
 }
 
-}  // namespace fipsval::acvp::internal
+}  // namespace fipsval::host::acvp::internal

@@ -6,7 +6,7 @@
 
 #include "host/acvp/conversion.h"
 
-namespace fipsval::acvp::internal {
+namespace fipsval::host::acvp::internal {
 namespace {
 
 // The parameter block: 256-bit entropy and inputs, a 128-bit nonce, up to
@@ -169,4 +169,4 @@ void ConvertDrbg(const Json& prompt, Conversion* out) {
   }
 }
 
-}  // namespace fipsval::acvp::internal
+}  // namespace fipsval::host::acvp::internal

@@ -2,7 +2,7 @@
 // the "[L=20]" or "[L=32]" section of the HMAC request file.
 #include "host/acvp/conversion.h"
 
-namespace fipsval::acvp::internal {
+namespace fipsval::host::acvp::internal {
 namespace {
 
 // The runner's line buffer is 1,024 bytes: "Key = " or "Msg = ", the hex
@@ -71,4 +71,4 @@ void ConvertHmac(const Json& prompt, int digest_bytes, Conversion* out) {
   if (!file.slots.empty()) out->files.push_back(std::move(file));
 }
 
-}  // namespace fipsval::acvp::internal
+}  // namespace fipsval::host::acvp::internal

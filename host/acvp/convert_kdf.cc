@@ -2,7 +2,7 @@
 // request, TLS 1.0/1.1 and 1.2 groups sections of the "tls" request.
 #include "host/acvp/conversion.h"
 
-namespace fipsval::acvp::internal {
+namespace fipsval::host::acvp::internal {
 namespace {
 
 struct SshCipher {
@@ -190,4 +190,4 @@ void ConvertTls(const Json& prompt, Conversion* out) {
   if (!file.slots.empty()) out->files.push_back(std::move(file));
 }
 
-}  // namespace fipsval::acvp::internal
+}  // namespace fipsval::host::acvp::internal

@@ -2,7 +2,7 @@
 // section of SigGen15_186-3, signed with the key the runner makes for it.
 #include "host/acvp/conversion.h"
 
-namespace fipsval::acvp::internal {
+namespace fipsval::host::acvp::internal {
 namespace {
 
 struct Digest {
@@ -93,4 +93,4 @@ void ConvertRsaSigGen(const Json& prompt, Conversion* out) {
   if (!file.slots.empty()) out->files.push_back(std::move(file));
 }
 
-}  // namespace fipsval::acvp::internal
+}  // namespace fipsval::host::acvp::internal

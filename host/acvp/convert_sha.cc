@@ -3,7 +3,7 @@
 // of its own (the runner reads one seed a file).
 #include "host/acvp/conversion.h"
 
-namespace fipsval::acvp::internal {
+namespace fipsval::host::acvp::internal {
 namespace {
 
 // The message runner's line buffer is 20,000 bytes, "Msg = " and CR LF
@@ -99,4 +99,4 @@ void ConvertSha(const Json& prompt, int digest_bytes, Conversion* out) {
   if (!messages.slots.empty()) out->files.push_back(std::move(messages));
 }
 
-}  // namespace fipsval::acvp::internal
+}  // namespace fipsval::host::acvp::internal

@@ -3,7 +3,7 @@
 // file TCBCMonte3.
 #include "host/acvp/conversion.h"
 
-namespace fipsval::acvp::internal {
+namespace fipsval::host::acvp::internal {
 namespace {
 
 constexpr std::size_t kMaxDataBytes = 256;  // the runner's data buffers
@@ -108,4 +108,4 @@ void ConvertTdes(const Json& prompt, Conversion* out) {
   }
 }
 
-}  // namespace fipsval::acvp::internal
+}  // namespace fipsval::host::acvp::internal

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-namespace fipsval::acvp {
+namespace fipsval::host::acvp {
 
 bool ParseJsonText(std::string_view text, std::string_view origin, Json* out,
                    std::string* error) {
@@ -151,4 +151,4 @@ std::string ToLower(std::string_view text) {
   return out;
 }
 
-}  // namespace fipsval::acvp
+}  // namespace fipsval::host::acvp

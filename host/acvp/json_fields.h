@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace fipsval::acvp {
+namespace fipsval::host::acvp {
 
 using Json = nlohmann::ordered_json;
 
@@ -55,4 +55,4 @@ bool IsHex(std::string_view text);
 std::string ToUpper(std::string_view text);
 std::string ToLower(std::string_view text);
 
-}  // namespace fipsval::acvp
+}  // namespace fipsval::host::acvp

@@ -4,7 +4,7 @@
 #include <map>
 #include <utility>
 
-namespace fipsval::acvp {
+namespace fipsval::host::acvp {
 namespace {
 
 std::string_view Trim(std::string_view text) {
@@ -166,4 +166,4 @@ Outcome AssembleResponse(const Json& prompt, const Conversion& conversion,
   return out;
 }
 
-}  // namespace fipsval::acvp
+}  // namespace fipsval::host::acvp

@@ -8,7 +8,7 @@
 
 #include "host/acvp/conversion.h"
 
-namespace fipsval::acvp {
+namespace fipsval::host::acvp {
 
 // What a run left for one request file.
 struct FileResult {
@@ -34,4 +34,4 @@ struct Outcome {
 Outcome AssembleResponse(const Json& prompt, const Conversion& conversion,
                          const std::vector<FileResult>& results);
 
-}  // namespace fipsval::acvp
+}  // namespace fipsval::host::acvp

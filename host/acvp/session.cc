@@ -2,7 +2,7 @@
 
 #include "host/acvp/batch_runner.h"
 
-namespace fipsval::acvp {
+namespace fipsval::host::acvp {
 
 SessionResult AnswerVectorSet(const Json& prompt) {
   SessionResult result;
@@ -24,4 +24,4 @@ SessionResult AnswerVectorSet(const Json& prompt) {
   return result;
 }
 
-}  // namespace fipsval::acvp
+}  // namespace fipsval::host::acvp

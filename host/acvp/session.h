@@ -5,7 +5,7 @@
 
 #include "host/acvp/response_writer.h"
 
-namespace fipsval::acvp {
+namespace fipsval::host::acvp {
 
 struct SessionResult {
   Outcome outcome;
@@ -18,4 +18,4 @@ struct SessionResult {
 // the answers back.
 SessionResult AnswerVectorSet(const Json& prompt);
 
-}  // namespace fipsval::acvp
+}  // namespace fipsval::host::acvp

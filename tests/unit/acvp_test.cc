@@ -9,7 +9,7 @@
 #include "host/acvp/conversion.h"
 #include "host/acvp/response_writer.h"
 
-namespace fipsval::acvp {
+namespace fipsval::host::acvp {
 namespace {
 
 std::string Crlf(std::string_view text) {
@@ -269,4 +269,4 @@ TEST(AcvpCheck, ComparesTestByTestAndNamesTheFirstDifference) {
 }
 
 }  // namespace
-}  // namespace fipsval::acvp
+}  // namespace fipsval::host::acvp
