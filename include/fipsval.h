@@ -2,9 +2,13 @@
  * fipsval: FIPS power-on self-tests and NIST CAVP request-file runners.
  *
  * The library is loaded into a host process that has already loaded
- * OpenSSL's libcrypto; it does not link libcrypto itself. The host exports
- * the callbacks declared under "Host callbacks" below; the library calls
- * them by name.
+ * OpenSSL's libcrypto; it does not link libcrypto itself. It uses the
+ * 1.1-compatible API, but a build against OpenSSL 3 headers imports
+ * OpenSSL 3 names (EVP_MD_get_size, ...): at run time it needs the
+ * libcrypto it was compiled against (3.x). The host exports the callbacks
+ * declared under "Host callbacks" below; the library calls them by name.
+ * The CTR_DRBG suite also needs the random-device ioctl of
+ * fipsval_drbg.h, which a stock kernel lacks and the host may provide.
  *
  * Every function reports through its return value and standard output;
  * nothing here keeps state between calls.
@@ -80,7 +84,9 @@ FIPSVAL_API int fips_kat_rsa_test(int force);
  * failure-mask bit (never 1 for a test whose bit is not 1). A non-zero
  * force asks the host to make its test fail, as it would for a real fault,
  * so that the failure path can be shown; it is set by the forced-failure
- * marker "/data/etc/katfail".
+ * marker "/data/etc/katfail", which the library reads and deletes but never
+ * creates (the device image provides /data; whoever forces a test creates
+ * /data/etc if needed, as the reference host's "selftest --force" does).
  *
  * Memory: every string and buffer the library passes belongs to the
  * library and is valid only during the call; the host neither frees it nor
@@ -116,9 +122,11 @@ int fips_check_firmware(int force);
 int fips_rng_test(int force);
 
 /* Log the self-test error text, which begins "FIPS error: " and lists the
- * failed tests, e.g. "FIPS error: AES self-test failed, RSA self-test
- * failed" (at most 899 characters). Called once after a failed self-test
- * run, before fips_goto_error_mode.
+ * failed tests' messages joined by ", " (at most 899 characters), e.g.
+ * "FIPS error: Configuration Integrity test failed" for a failed
+ * configuration test, or "FIPS error: AES self-test failed, Configuration
+ * Integrity test failed" when AES fails too. Called once after a failed
+ * self-test run, before fips_goto_error_mode.
  * Return 0 (or any non-negative value) when logged, a negative value when
  * the log could not be written: the library then prints "Failed to log
  * self-test failure: <text>" and enters the error mode all the same. */
@@ -133,7 +141,8 @@ int fips_goto_error_mode(int code, const char *text);
 
 /* printf-style message to the host's console or log. Called by
  * fips_check_config(1) with "\n%s\n" and "Configuration Integrity check
- * failed". The result is ignored. */
+ * failed" (a "check", unlike the self-test run's "Configuration Integrity
+ * test failed"). The result is ignored. */
 int fipsmsg(const char *format, ...);
 
 /* Entropy source for fips_tv_get_drbg_entropy_source: fill all `length`
@@ -164,8 +173,16 @@ int fips_read_entropy(unsigned char *buffer, int length);
  *                  missing request ("Couldn't open /tmp/req/<file>.req"), a
  *                  missing field or a failed write is printed on standard
  *                  output and ends that file only (what was written stays
- *                  in its response), so the host checks the response files
- *                  it collects. Not reentrant: the paths are fixed. */
+ *                  in its response, so a response may be partial). Some of
+ *                  these lines name no file ("Error set_key 62"): for a
+ *                  status per file, stage one request at a time, so that
+ *                  every line of that run() belongs to it. Not failures:
+ *                  the "Couldn't open" lines of files not staged, the
+ *                  progress lines ("Running file <file>", the 3DES and
+ *                  RSA2 titles, the TDES Monte Carlo "ENCRYPT", "DECRYPT",
+ *                  "<i> of 400", "COUNT = <i>") and "RSA param n is null",
+ *                  where SigVer15_186-3 stops at its first test by design.
+ *                  Not reentrant: the paths are fixed. */
 typedef struct fips_tv {
   const char *name;
   const char *dir;
@@ -184,10 +201,10 @@ typedef struct fips_tv {
  *   fips_tv_hmac    "HMAC"        "HMAC"        HMAC
  *   fips_tv_rbg     "DRBG800-90A" "DRBG800-90A" CTR_DRBG
  *                   (each test goes to the kernel's random-device driver by
- *                   an ioctl on "/dev/urandom"; without a driver that
- *                   answers it, the suite prints "Error set_key 62" and
- *                   "Error set params" and its response stops at the first
- *                   test)
+ *                   an ioctl on "/dev/urandom", fipsval_drbg.h; without a
+ *                   driver that answers it, the suite prints "Error set_key
+ *                   62" and "Error set params" and its response stops at
+ *                   the first test, unless the host defines ioctl itself)
  *   fips_tv_rsa     "RSA2"        "RSA2"        SigGen15_186-3,
  *                   SigVer15_186-3, KeyGen_186-3, KeyGen3_3_KAT,
  *                   KeyGen_RandomProbablyPrime3_3

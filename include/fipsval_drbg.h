@@ -7,10 +7,26 @@
  * with entropy, nonce and personalization, reseeds with entropy_reseed and
  * additional_reseed, generates twice (additional1, then additional2) and
  * stores the second output, returned_len bytes, in `returned` before the
- * ioctl returns 0. An input the request gives empty is all zero. A
- * returned_len of 0 or below asks for no output bytes.
+ * ioctl returns 0. A returned_len of 0 or below asks for no output bytes.
  *
  * The block is a wire format: 280 bytes, little-endian, no padding.
+ *
+ * It has no length fields. entropy, nonce and entropy_reseed are always
+ * given and used at full size. personalization and the three additional
+ * inputs are empty or 256 bits in the requests answered; an empty one is
+ * sent as 32 zero bytes, so the driver cannot tell it from an input of 32
+ * zeros. Convention: a driver takes an all-zero personalization or
+ * additional input as empty (the reference host's stand-in does so); a
+ * real all-zero 256-bit input cannot be sent in this block.
+ *
+ * A stock kernel does not answer this ioctl (-1, EINVAL or ENOTTY). A host
+ * can answer it itself: the library calls ioctl by name, so the host
+ * defines int ioctl(int fd, unsigned long request, ...) with C linkage, in
+ * the program linked with -rdynamic or in a preloaded library; it tries
+ * the kernel first with syscall(SYS_ioctl, fd, request, arg), passes every
+ * other request through that way, and runs its own CTR_DRBG only for this
+ * request when the kernel refuses it. The reference host's version is in
+ * the source tree: host/cli/ioctl_interpose.cc, host/core/drbg_standin.cc.
  */
 #ifndef FIPSVAL_DRBG_H
 #define FIPSVAL_DRBG_H

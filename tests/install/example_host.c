@@ -1,12 +1,15 @@
 /* example_host.c: a complete host application for libfipsval.
  *
  *   cc -o example_host example_host.c $(pkg-config --cflags --libs fipsval) \
- *      -rdynamic -Wl,-rpath,"$(pkg-config --variable=libdir fipsval)"
+ *      -rdynamic -Wl,-rpath,"$(realpath "$(pkg-config --variable=libdir fipsval)")"
  *   ./example_host [CAVP_TREE]
  *
  * Runs the power-on self-tests; with a CAVP tree (<tree>/<DIR>/req/<name>.req),
  * answers every suite into <tree>/<DIR>/resp/<name>.rsp.
- * Exit status: 0 all passed and answered, 1 otherwise. */
+ * Exit status: 0 all passed and answered, 1 otherwise.
+ * It defines no ioctl, so its CTR_DRBG answers need the kernel driver, and it
+ * stages a whole suite at once, so "answered" means only that a response
+ * exists: see the README for per-file status. */
 #include <fipsval.h>
 
 #include <errno.h>

@@ -49,7 +49,7 @@ test "$("$prefix/bin/fipsval" --version)" = "fipsval $version" || fail "--versio
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
 $cc $extra -Wall -Wextra -Werror -o /tmp/example_host "$source/tests/install/example_host.c" \
   $(pkg-config --cflags --libs fipsval) -rdynamic \
-  -Wl,-rpath,"$(pkg-config --variable=libdir fipsval)"
+  -Wl,-rpath,"$(realpath "$(pkg-config --variable=libdir fipsval)")"
 /tmp/example_host >/tmp/example.out || { cat /tmp/example.out; fail "example self-tests"; }
 grep -q '^Self-tests passed$' /tmp/example.out && grep -q '^self-test mask 0$' /tmp/example.out ||
   fail "example self-test output"
