@@ -165,8 +165,15 @@ int RunRun(const Args& args) {
   ResultReport report;
   report.version = ProgramVersion();
   if (samples) {
-    if (!PrepareSampleTree(&options.tree)) return kFailed;
     verify = true;
+    if (!PrepareSampleTree(&options.tree)) {
+      report.command = "run --verify";
+      report.tree = Settings().samples_dir;
+      report.responses = SamplesWorkTree();
+      report.error = "the sample run could not be prepared in " +
+                     report.responses;
+      return FinishReport(&report, reports, kFailed);
+    }
   } else {
     options.tree = trees[0];
   }

@@ -163,9 +163,8 @@ std::string Suite(const std::string& name, const std::string& timestamp,
             Attribute("name", c.name) + Attribute("time", Time(c.seconds));
     if (c.kind == Case::kFailed) {
       ++failures;
-      const std::string first = c.message.substr(0, c.message.find('\n'));
       body += ">\n      <failure" + Attribute("type", c.type) +
-              Attribute("message", first) + ">" + Xml(c.message, false) +
+              Attribute("message", c.message) + ">" + Xml(c.message, false) +
               "</failure>\n    </testcase>\n";
     } else if (c.kind == Case::kSkipped) {
       ++skipped;
