@@ -26,6 +26,9 @@ int Finish(int status);
 // A whole decimal int, nothing else.
 bool ParseInt(std::string_view text, int* out);
 
+// main.cc: the project's version ("fipsval --version").
+const char* ProgramVersion();
+
 // commands_selftest.cc
 int RunSelftest(const Args& args);
 int RunCheckConfig(const Args& args);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -14,6 +15,7 @@
 #include "host/cli/cli.h"
 #include "host/core/cavp_tree.h"
 #include "host/core/host_settings.h"
+#include "host/core/result_report.h"
 #include "host/core/suite_catalog.h"
 #include "host/core/verify.h"
 
@@ -121,6 +123,7 @@ int RunRun(const Args& args) {
   options.suites = s.suites;
   bool verify = false, strict = false, partial = false;
   std::vector<std::string> trees;
+  ReportPaths reports;
   for (std::size_t i = 0; i < s.rest.size(); ++i) {
     const std::string& arg = s.rest[i];
     if (arg == "--output") {
@@ -128,6 +131,9 @@ int RunRun(const Args& args) {
         return Usage("run: --output needs a directory");
       }
       options.output = s.rest[++i];
+    } else if (arg == "--json" || arg == "--junit") {
+      if (i + 1 == s.rest.size()) return Usage("run: " + arg + " needs a file");
+      (arg == "--json" ? reports.json : reports.junit) = s.rest[++i];
     } else if (arg == "--verify") {
       verify = true;
     } else if (arg == "--strict" || arg == "--partial") {
@@ -147,22 +153,49 @@ int RunRun(const Args& args) {
   if ((strict || partial) && !verify) {
     return Usage("run: --strict and --partial go with --verify");
   }
+  std::string why;
+  if (!CheckReportPaths(reports, &why)) {
+    std::fprintf(stderr, "fipsval: %s\n", why.c_str());
+    return kFailed;
+  }
   options.verbosity = Settings().verbosity;
   options.progress = options.verbosity >= 2 ||
                      (options.verbosity == 1 && isatty(STDERR_FILENO));
   const bool samples = trees.empty();
+  ResultReport report;
+  report.version = ProgramVersion();
   if (samples) {
-    if (!PrepareSampleTree(&options.tree)) return kFailed;
     verify = true;
+    if (!PrepareSampleTree(&options.tree)) {
+      report.command = "run --verify";
+      report.tree = Settings().samples_dir;
+      report.responses = SamplesWorkTree();
+      report.error = "the sample run could not be prepared in " +
+                     report.responses;
+      return FinishReport(&report, reports, kFailed);
+    }
   } else {
     options.tree = trees[0];
   }
+  report.command = verify ? "run --verify" : "run";
+  report.tree = options.tree;
+  report.responses = options.output.empty() ? options.tree : options.output;
   VerifyOptions check{options.tree, options.suites, strict, partial};
   check.responses = options.output;
+  RunResult run;
+  options.result = &run;
   const int status = RunTree(options);
-  if (!verify) return Finish(status == 0 ? kOk : kFailed);
+  report.run = &run;
+  report.run_seconds = ElapsedSeconds(report.start);
+  if (!verify) {
+    return FinishReport(&report, reports, Finish(status == 0 ? kOk : kFailed));
+  }
+  const auto verify_start = std::chrono::steady_clock::now();
   const VerifyTally tally = VerifyTree(check, stdout);
-  return Finish(status == 0 && tally.failed == 0 ? kOk : kFailed);
+  report.verify = &tally;
+  report.verify_seconds = ElapsedSeconds(verify_start);
+  return FinishReport(&report, reports,
+                      Finish(status == 0 && tally.failed == 0 ? kOk : kFailed));
 }
 
 int RunList(const Args& args) {

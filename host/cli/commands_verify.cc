@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/cli/cli.h"
+#include "host/core/result_report.h"
 #include "host/core/verify.h"
 
 namespace fipsval::host {
@@ -17,9 +18,13 @@ int RunVerify(const Args& args) {
   VerifyOptions options;
   options.suites = s.suites;
   std::vector<std::string> trees;
+  ReportPaths reports;
   for (std::size_t i = 0; i < s.rest.size(); ++i) {
     const std::string& arg = s.rest[i];
-    if (arg == "--strict") {
+    if (arg == "--json" || arg == "--junit") {
+      if (i + 1 == s.rest.size()) return Usage("verify: " + arg + " needs a file");
+      (arg == "--json" ? reports.json : reports.junit) = s.rest[++i];
+    } else if (arg == "--strict") {
       options.strict = true;
     } else if (arg == "--partial") {
       options.partial = true;
@@ -34,15 +39,28 @@ int RunVerify(const Args& args) {
   }
   if (trees.size() != 1) return Usage("verify: give one CAVP tree");
   options.tree = trees[0];
+  std::string why;
+  if (!CheckReportPaths(reports, &why)) {
+    std::fprintf(stderr, "fipsval: %s\n", why.c_str());
+    return kFailed;
+  }
+  ResultReport report;
+  report.version = ProgramVersion();
+  report.command = "verify";
+  report.tree = options.tree;
+  report.responses = options.responses.empty() ? options.tree : options.responses;
   for (const std::string* dir : {&options.tree, &options.responses}) {
     std::error_code ec;
     if (!dir->empty() && !fs::is_directory(*dir, ec)) {
-      std::fprintf(stderr, "fipsval: %s is not a directory\n", dir->c_str());
-      return kFailed;
+      report.error = *dir + " is not a directory";
+      std::fprintf(stderr, "fipsval: %s\n", report.error.c_str());
+      return FinishReport(&report, reports, kFailed);
     }
   }
   const VerifyTally tally = VerifyTree(options, stdout);
-  return tally.failed == 0 ? kOk : kFailed;
+  report.verify = &tally;
+  report.verify_seconds = ElapsedSeconds(report.start);
+  return FinishReport(&report, reports, tally.failed == 0 ? kOk : kFailed);
 }
 
 }  // namespace fipsval::host

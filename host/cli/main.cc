@@ -62,7 +62,7 @@ const Command kCommands[] = {
      "/tmp/resp is private to the export (see run: Security).\n"
      "Exit: 0 written; 1 the export failed.",
      RunEntropy},
-    {"run", "run [--list L] [--suite NAME]... [--output DIR] [--verify] [CAVP_DIR]",
+    {"run", "run [--list L] [--suite NAME]... [--output DIR] [--verify] [--json FILE] [--junit FILE] [CAVP_DIR]",
      "Runs suites over a CAVP tree: each request <CAVP_DIR>/<DIR>/req/<name>.req\n"
      "(never through a link) is checked, staged alone into /tmp/req, and its\n"
      "response written to <DIR>/resp/<name>.rsp under DIR (--output) or the\n"
@@ -73,12 +73,15 @@ const Command kCommands[] = {
      "Without CAVP_DIR, runs the bundled sample requests in a fresh copy under\n"
      "the data directory and verifies them. Progress (suite, file, elapsed) goes\n"
      "to standard error on a terminal, or always with -v; -q prints problems only.\n"
+     "--json FILE writes the result as JSON (each file's outcome, verify verdict\n"
+     "and seconds, the counts, the exit status), --junit FILE as JUnit XML; the\n"
+     "file's directory must exist, and the file is replaced, never followed.\n"
      "Security: /tmp/req and /tmp/resp are private to the run (own mount\n"
      "namespace); where the kernel allows none, they must be this user's own\n"
      "mode-0700 directories and one run at a time holds /tmp/.fipsval.lock.\n"
      "Exit: 0 every request present was answered; 1 otherwise; 2 usage.",
      RunRun},
-    {"verify", "verify [--list L] [--suite NAME]... [--strict] [--partial] [--output DIR] CAVP_DIR",
+    {"verify", "verify [--list L] [--suite NAME]... [--strict] [--partial] [--output DIR] [--json FILE] [--junit FILE] CAVP_DIR",
      "Checks every response <DIR>/resp/<name>.rsp against its request\n"
      "<DIR>/req/<name>.req: every test answered, in order. Then compares it with\n"
      "the expected answers <DIR>/fax/<name>.fax (blank lines ignored) or checks\n"
@@ -89,6 +92,8 @@ const Command kCommands[] = {
      "is read through a symbolic link. --output DIR: the responses are under\n"
      "DIR (run --output). --strict fails requests without a response;\n"
      "--partial lets a response end before its .fax (shortened requests).\n"
+     "--json FILE and --junit FILE write each file's verdict, detail and seconds\n"
+     "and the counts as JSON or JUnit XML (as for run).\n"
      "Exit: 0 every response complete and right; 1 otherwise, or nothing checked.",
      RunVerify},
     {"acvp", "acvp PROMPT.json|DIR [--output PATH] | --check EXPECTED RESPONSE [--prompt P]",
@@ -211,7 +216,7 @@ int Main(int argc, char** argv) {
         return Usage("bad value for " + arg + ": ", value);
       }
     } else if (arg == "--version") {
-      std::printf("fipsval %s\n", FIPSVAL_VERSION);
+      std::printf("fipsval %s\n", ProgramVersion());
       return kOk;
     } else if (arg == "-q" || arg == "--quiet") {
       settings.verbosity = 0;
@@ -235,6 +240,9 @@ int Main(int argc, char** argv) {
 }
 
 }  // namespace
+
+const char* ProgramVersion() { return FIPSVAL_VERSION; }
+
 }  // namespace fipsval::host
 
 int main(int argc, char** argv) { return fipsval::host::Main(argc, argv); }

@@ -14,6 +14,7 @@
 #include <random>
 #include <set>
 #include <string_view>
+#include <utility>
 
 #include "host/core/private_staging.h"
 #include "host/core/request_check.h"
@@ -45,6 +46,7 @@ struct TreeFile {
   FileRecord record;
   std::vector<std::string> runner_lines;
   bool begun = false;
+  Clock::time_point begun_at;
   bool ended = false;
   bool written = false;  // a response was put in place
 };
@@ -265,6 +267,7 @@ class OutputSorter {
       }
       current_ = &file;
       file.begun = true;
+      file.begun_at = Clock::now();
       if (options_.progress) {
         std::fprintf(stderr, "[%s] %s (%.1f s)\n", file.suite->name,
                      file.name.c_str(), SecondsSince(suite_start_));
@@ -273,6 +276,7 @@ class OutputSorter {
     }
     std::string_view result = std::string_view(text).substr(consumed);
     file.ended = true;
+    file.record.seconds = SecondsSince(file.begun_at);
     Conclude(file, result);
     current_ = nullptr;
   }
@@ -374,7 +378,7 @@ UniqueFd OpenGivenDirectory(const std::string& path, bool create,
 
 void PrintSummary(const RunOptions& options, const std::vector<TreeFile>& files,
                   const std::vector<std::string>& unhandled,
-                  const std::string& root, double seconds) {
+                  const std::string& root, double seconds, RunResult* result) {
   // A suite none of whose files is in the tree gets one line, not one a file.
   std::set<const fips_tv*> absent;
   for (const TreeFile& file : files) absent.insert(file.suite);
@@ -424,6 +428,25 @@ void PrintSummary(const RunOptions& options, const std::vector<TreeFile>& files,
       "s\n",
       answered, errors, not_answered, missing, unhandled.size(), written,
       root.c_str(), seconds);
+  for (const TreeFile& file : files) {
+    if (file.plan != Plan::kMissing) result->files.push_back(file.record);
+  }
+  result->answered = answered;
+  result->runner_errors = errors;
+  result->not_answered = not_answered;
+  result->without_request = missing;
+  result->unhandled = unhandled;
+  result->written = written;
+}
+
+// Says why the run cannot go on ("fipsval: <text>") and keeps it for the
+// result. Returns 1, RunTree's failure.
+int Refuse(const RunOptions& options, const std::string& text) {
+  std::fprintf(stderr, "fipsval: %s\n", text.c_str());
+  if (options.result && options.result->error.empty()) {
+    options.result->error = text;
+  }
+  return 1;
 }
 
 }  // namespace
@@ -444,35 +467,29 @@ int RunTree(const RunOptions& options) {
   const Clock::time_point start = Clock::now();
   std::string why;
   UniqueFd tree = OpenGivenDirectory(options.tree, false, &why);
-  if (!tree) {
-    std::fprintf(stderr, "fipsval: %s is not a directory (%s)\n",
-                 options.tree.c_str(), why.c_str());
-    return 1;
-  }
-  if (!TreeHasRequests(options.tree, options.suites)) {
-    std::fprintf(stderr,
-                 "fipsval: %s has no request folders (<DIR>/req) for the "
-                 "selected suites\n",
-                 options.tree.c_str());
-    return 1;
-  }
   const std::string root_name =
       options.output.empty() ? options.tree : options.output;
+  if (options.result) options.result->responses = root_name;
+  if (!tree) {
+    return Refuse(options, options.tree + " is not a directory (" + why + ")");
+  }
+  if (!TreeHasRequests(options.tree, options.suites)) {
+    return Refuse(options, options.tree +
+                               " has no request folders (<DIR>/req) for the "
+                               "selected suites");
+  }
   UniqueFd root = options.output.empty()
                       ? UniqueFd(dup(tree.get()))
                       : OpenGivenDirectory(options.output, true, &why);
   if (!root) {
-    std::fprintf(stderr, "fipsval: cannot use the output directory %s: %s\n",
-                 options.output.c_str(), why.c_str());
-    return 1;
+    return Refuse(options, "cannot use the output directory " +
+                               options.output + ": " + why);
   }
   // Two runs answering into one place would mix their responses.
   if (flock(root.get(), LOCK_EX | LOCK_NB) != 0) {
-    std::fprintf(stderr,
-                 "fipsval: another fipsval run is writing responses to %s: "
-                 "try again when it has finished\n",
-                 root_name.c_str());
-    return 1;
+    return Refuse(options, "another fipsval run is writing responses to " +
+                               root_name +
+                               ": try again when it has finished");
   }
 
   // Every file of the selected suites, each suite once.
@@ -499,10 +516,7 @@ int RunTree(const RunOptions& options) {
       UnhandledRequests(tree.get(), options.tree, options.suites);
 
   Staging staging;
-  if (!PrepareStaging(&staging, &why)) {
-    std::fprintf(stderr, "fipsval: %s\n", why.c_str());
-    return 1;
-  }
+  if (!PrepareStaging(&staging, &why)) return Refuse(options, why);
   if (options.verbosity >= 2) {
     std::fprintf(stderr, "fipsval: staging: %s\n",
                  DescribeStaging(staging.kind));
@@ -513,12 +527,12 @@ int RunTree(const RunOptions& options) {
   record.started = UtcNow();
   for (const TreeFile& file : files) record.files.push_back(file.record);
   if (!WriteRecord(root.get(), record, &why)) {
-    std::fprintf(stderr, "fipsval: cannot write %s in %s: %s%s\n",
-                 kRunRecordName, root_name.c_str(), why.c_str(),
-                 options.output.empty()
-                     ? " (use --output DIR for a read-only tree)"
-                     : "");
-    return 1;
+    return Refuse(options,
+                  std::string("cannot write ") + kRunRecordName + " in " +
+                      root_name + ": " + why +
+                      (options.output.empty()
+                           ? " (use --output DIR for a read-only tree)"
+                           : ""));
   }
 
   // Responses of an earlier run must not pass for answers of this one.
@@ -542,9 +556,8 @@ int RunTree(const RunOptions& options) {
   if (!to_run.empty()) {
     int pipe_fds[2];
     if (pipe2(pipe_fds, O_CLOEXEC) != 0) {
-      std::fprintf(stderr, "fipsval: cannot create a pipe: %s\n",
-                   std::strerror(errno));
-      return 1;
+      return Refuse(options, std::string("cannot create a pipe: ") +
+                                 std::strerror(errno));
     }
     const std::string marker = Nonce();
     const int root_fd = root.get();
@@ -558,10 +571,10 @@ int RunTree(const RunOptions& options) {
         });
     close(pipe_fds[1]);
     if (child < 0) {
+      const int error = errno;
       close(pipe_fds[0]);
-      std::fprintf(stderr, "fipsval: cannot start the run: %s\n",
-                   std::strerror(errno));
-      return 1;
+      return Refuse(options, std::string("cannot start the run: ") +
+                                 std::strerror(error));
     }
     OutputSorter sorter(files, marker, options);
     ReadLines(pipe_fds[0], sorter);
@@ -585,6 +598,7 @@ int RunTree(const RunOptions& options) {
         file.begun ? Outcome::kRunnerError : Outcome::kNotAnswered;
     const std::string why = stopped.empty() ? "the run ended early" : stopped;
     file.record.message = file.begun ? why + runner : "not run (" + why + ")";
+    if (file.begun) file.record.seconds = SecondsSince(file.begun_at);
   }
 
   record.files.clear();
@@ -597,18 +611,26 @@ int RunTree(const RunOptions& options) {
     }
   }
   record.finished = UtcNow();
+  RunResult result;
+  result.responses = root_name;
+  result.error = stopped;
   if (!WriteRecord(root.get(), record, &why)) {
-    std::fprintf(stderr, "fipsval: cannot write %s in %s: %s\n", kRunRecordName,
-                 root_name.c_str(), why.c_str());
+    const std::string text = std::string("cannot write ") + kRunRecordName +
+                              " in " + root_name + ": " + why;
+    std::fprintf(stderr, "fipsval: %s\n", text.c_str());
+    if (result.error.empty()) result.error = text;
     failed = true;
   }
-  PrintSummary(options, files, unhandled, root_name, SecondsSince(start));
+  PrintSummary(options, files, unhandled, root_name, SecondsSince(start),
+               &result);
   if (to_run.empty()) {
-    std::fprintf(
-        stderr,
-        "fipsval: no request file of the selected suites could be run\n");
+    const std::string text =
+        "no request file of the selected suites could be run";
+    std::fprintf(stderr, "fipsval: %s\n", text.c_str());
+    if (result.error.empty()) result.error = text;
     failed = true;
   }
+  if (options.result) *options.result = std::move(result);
   std::fflush(stdout);
   return failed ? 1 : 0;
 }

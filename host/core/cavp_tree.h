@@ -13,8 +13,24 @@
 #include <vector>
 
 #include "fipsval.h"
+#include "host/core/run_report.h"
 
 namespace fipsval::host {
+
+// What a run did, for a machine-readable report: the request files present
+// (each with its outcome and the seconds its suite spent on it), the totals
+// the summary line prints, and why the run could not start or went wrong.
+struct RunResult {
+  std::vector<FileRecord> files;
+  int answered = 0;
+  int runner_errors = 0;
+  int not_answered = 0;
+  int without_request = 0;             // listed by a suite, absent from the tree
+  std::vector<std::string> unhandled;  // request files no suite reads
+  int written = 0;                     // responses put in place
+  std::string responses;               // the response root
+  std::string error;                   // "" or the run's own failure
+};
 
 struct RunOptions {
   std::string tree;
@@ -22,6 +38,7 @@ struct RunOptions {
   bool progress = false;  // suite, file and elapsed time on standard error
   std::string output;     // response root; empty: the tree itself
   int verbosity = 1;      // 0: problems and totals only; 2: suite titles too
+  RunResult* result = nullptr;  // filled in when given
 };
 
 // Returns 0 when every request file present in the tree for the selected

@@ -30,6 +30,7 @@ struct FileRecord {
   std::string name;
   Outcome outcome = Outcome::kNotAnswered;
   std::string message;
+  double seconds = 0;  // spent on the file (not in the run record)
 };
 
 struct RunRecord {

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -70,6 +71,7 @@ RunRecord ReadRunRecord(const std::string& root, const std::string& tree,
   const auto bad = [&](const std::string& why) {
     std::fprintf(out, "FAIL run record %s: %s\n", path.c_str(), why.c_str());
     ++tally->failed;
+    tally->files.push_back({"", kRunRecord, "FAIL", why});
   };
   if (file.status != TreeRead::kOk) {
     bad("not read: " + file.problem);
@@ -295,7 +297,10 @@ VerifyTally VerifyTree(const VerifyOptions& options, std::FILE* out) {
                   dir + "/resp/" + *name + ".rsp",
                   dir + "/fax/" + *name + ".fax"};
       if (!seen.insert(entry.label).second) continue;
+      const auto start = std::chrono::steady_clock::now();
       const Outcome outcome = CheckEntry(options, root, entry, record);
+      const std::chrono::duration<double> took =
+          std::chrono::steady_clock::now() - start;
       const char* word = "";
       switch (outcome.verdict) {
         case Verdict::kPass: word = "PASS"; ++tally.passed; break;
@@ -312,13 +317,17 @@ VerifyTally VerifyTree(const VerifyOptions& options, std::FILE* out) {
                         outcome.verdict == Verdict::kCompleteOnly;
       std::fprintf(out, "%s %s%s%s%s\n", word, entry.label.c_str(),
                    good ? " (" : ": ", outcome.note.c_str(), good ? ")" : "");
+      tally.files.push_back({dir, *name, word, outcome.note, took.count()});
     }
   }
   if (tally.passed + tally.complete_only + tally.stopped == 0 &&
       tally.failed == 0) {
-    std::fprintf(out, "FAIL nothing was checked: no response to any request "
-                      "of the selected suites in %s\n", root.c_str());
+    const std::string why =
+        "nothing was checked: no response to any request of the selected "
+        "suites in " + root;
+    std::fprintf(out, "FAIL %s\n", why.c_str());
     ++tally.failed;
+    tally.files.push_back({"", "", "FAIL", why});
   }
   std::fprintf(out, "%d passed, %d failed", tally.passed, tally.failed);
   if (tally.complete_only > 0) {

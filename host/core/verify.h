@@ -27,6 +27,16 @@ struct VerifyOptions {
                                // in the tree
 };
 
+// One verdict line: a file's (dir and name), the run record's (dir "", name
+// "fipsval-run.json"), or the tree's when nothing was checked (both "").
+struct FileVerdict {
+  std::string dir;
+  std::string name;
+  std::string verdict;  // "PASS", "FAIL", "COMPLETE", "STOPPED" or "SKIP"
+  std::string detail;
+  double seconds = 0;
+};
+
 struct VerifyTally {
   int passed = 0;         // complete, and every answer matched or checked
   int failed = 0;         // includes "nothing was checked" and a bad run record
@@ -34,6 +44,7 @@ struct VerifyTally {
   int stopped = 0;        // the SigVer runner's response, which by design
                           // ends at the first test
   int missing = 0;        // requests without a response (without --strict)
+  std::vector<FileVerdict> files;  // in the order of the lines printed
 };
 
 // Prints one verdict line per file (PASS, FAIL, COMPLETE, STOPPED or SKIP)
