@@ -64,7 +64,9 @@ void EnterNamespaces() {
   if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
     die("not root, and the kernel refuses an unprivileged user namespace");
   }
-  if (!WriteProcFile("/proc/self/setgroups", "deny") ||
+  // (Kernels before 3.19 have no setgroups file and need none.)
+  const bool setgroups = access("/proc/self/setgroups", F_OK) == 0;
+  if ((setgroups && !WriteProcFile("/proc/self/setgroups", "deny")) ||
       !WriteProcFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1") ||
       !WriteProcFile("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1")) {
     die("cannot map the user into its user namespace");
