@@ -20,10 +20,7 @@
 
 namespace {
 
-struct FileCloser {
-  void operator()(std::FILE* f) const noexcept { std::fclose(f); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
+using File = fipsval::UniqueFile;
 
 [[noreturn]] void Broken(const char* what) {
   std::fprintf(stderr, "request_lines_fuzzer: %s\n", what);

@@ -9,6 +9,10 @@ if(FIPSVAL_QUICK_MONTE_CARLO)
 else()
   set(quick 0)
 endif()
+if(NOT IS_DIRECTORY "${FIPSVAL_CAVP_DIR}")
+  message(STATUS "No CAVP vector tree at ${FIPSVAL_CAVP_DIR}: the conformance "
+                 "tests will be skipped (set FIPSVAL_CAVP_DIR to run them)")
+endif()
 separate_arguments(wrapper UNIX_COMMAND "${FIPSVAL_CONFORMANCE_WRAPPER}")
 foreach(suite AES AES-WF 3DES SHA1 SHA256 HMAC RSA2 DRBG800-90A SSH TLS)
   add_test(NAME conformance_${suite}

@@ -13,13 +13,6 @@
 
 namespace fipsval::testing {
 
-std::string Hex(std::span<const uint8_t> bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string s;
-  for (uint8_t x : bytes) s += {kDigits[x >> 4], kDigits[x & 15]};
-  return s;
-}
-
 bool OneOf(const std::string& text, std::initializer_list<const char*> options) {
   for (const char* option : options) {
     if (text == option) return true;

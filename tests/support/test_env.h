@@ -10,10 +10,9 @@
 #include <string>
 #include <string_view>
 
-namespace fipsval::testing {
+#include "tests/support/test_util.h"
 
-// Lower-case hex of bytes, as the runners write it.
-std::string Hex(std::span<const uint8_t> bytes);
+namespace fipsval::testing {
 
 // True when text equals one of the options. A short write can hit any of a
 // runner's writes, depending on where the stdio buffer happens to be flushed.

@@ -9,8 +9,8 @@ int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   if (!std::getenv("FIPSVAL_SANDBOX")) {
     std::fprintf(stderr,
-                 "%s works on /tmp/req, /tmp/resp and /data/etc: run it "
-                 "through sandbox_run (as ctest does). Skipped.\n",
+                 "skipped: %s works on /tmp/req, /tmp/resp and /data/etc: "
+                 "run it through sandbox_run (as ctest does)\n",
                  argv[0]);
     return 77;
   }

@@ -42,7 +42,7 @@ std::array<uint8_t, 32> CountingKey() {
 
 class Fips197 : public ::testing::TestWithParam<Fips197Case> {};
 
-TEST_P(Fips197, EncryptsAndDecryptsTheAppendixVector) {
+TEST_P(Fips197, EncryptsAndDecryptsTheAppendixVectorAlsoInPlace) {
   const auto& c = GetParam();
   const auto key = CountingKey();
   Schedule enc{}, dec{};
@@ -55,14 +55,7 @@ TEST_P(Fips197, EncryptsAndDecryptsTheAppendixVector) {
   Block back{};
   rijndaelDecrypt(dec.data(), c.rounds, out.data(), back.data());
   EXPECT_EQ(back, kPlain);
-}
 
-TEST_P(Fips197, WorksInPlace) {
-  const auto& c = GetParam();
-  const auto key = CountingKey();
-  Schedule enc{}, dec{};
-  rijndaelKeySetupEnc(enc.data(), key.data(), c.bits);
-  rijndaelKeySetupDec(dec.data(), key.data(), c.bits);
   Block buf = kPlain;
   rijndaelEncrypt(enc.data(), c.rounds, buf.data(), buf.data());
   EXPECT_EQ(buf, c.cipher);

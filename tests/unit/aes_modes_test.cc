@@ -95,32 +95,48 @@ TEST(BlockOperations, CountWholeBlocksInBitsAndIgnoreTheRest) {
   EXPECT_EQ(blockEncrypt(&cipher, &key, nullptr, 128, out.data()), 0);
 }
 
-TEST(BlockOperations, RefuseMissingRecordsWrongDirectionsAndUnknownModes) {
-  keyInstance enc = MakeKey(DIR_ENCRYPT);
-  keyInstance dec = MakeKey(DIR_DECRYPT);
-  cipherInstance cbc = MakeCipher(MODE_CBC);
-  cipherInstance ecb = MakeCipher(MODE_ECB);
-  cipherInstance bad = MakeCipher(7);
-  const Bytes in = Pattern(16);
-  Bytes out(16);
-  EXPECT_EQ(blockEncrypt(nullptr, &enc, in.data(), 128, out.data()),
-            BAD_CIPHER_STATE);
-  EXPECT_EQ(blockEncrypt(&cbc, nullptr, in.data(), 128, out.data()),
-            BAD_CIPHER_STATE);
-  EXPECT_EQ(blockDecrypt(&cbc, nullptr, in.data(), 128, out.data()),
-            BAD_CIPHER_STATE);
-  EXPECT_EQ(blockEncrypt(&cbc, &dec, in.data(), 128, out.data()),
-            BAD_CIPHER_STATE);
-  EXPECT_EQ(blockDecrypt(&cbc, &enc, in.data(), 128, out.data()),
-            BAD_CIPHER_STATE);
-  EXPECT_EQ(blockDecrypt(&ecb, &enc, in.data(), 128, out.data()),
-            BAD_CIPHER_STATE);
-  EXPECT_EQ(blockEncrypt(&bad, &enc, in.data(), 128, out.data()),
-            BAD_CIPHER_STATE);
-  EXPECT_EQ(blockDecrypt(&bad, &dec, in.data(), 128, out.data()),
-            BAD_CIPHER_STATE);
-  // The direction is checked before the input.
-  EXPECT_EQ(blockEncrypt(&cbc, &dec, nullptr, 0, out.data()), BAD_CIPHER_STATE);
+// Missing records, a key of the wrong direction, a mode the operation does
+// not have: refused before anything is read or written.
+TEST(ModeLayer, RefusesBadStatesWithoutWriting) {
+  using Op =
+      int (*)(cipherInstance*, keyInstance*, const uint8_t*, int, uint8_t*);
+  const Op block_enc = blockEncrypt, block_dec = blockDecrypt;
+  const Op pad_enc = padEncrypt, pad_dec = padDecrypt;
+  constexpr int kNone = -1;  // no record at all
+  const struct {
+    Op op;
+    int mode;  // or kNone
+    int key;   // DIR_ENCRYPT, DIR_DECRYPT or kNone
+    int len;
+  } kCases[] = {
+      {block_enc, kNone, DIR_ENCRYPT, 128},
+      {block_enc, MODE_CBC, kNone, 128},
+      {block_dec, MODE_CBC, kNone, 128},
+      {block_enc, MODE_CBC, DIR_DECRYPT, 128},
+      {block_dec, MODE_CBC, DIR_ENCRYPT, 128},
+      {block_dec, MODE_ECB, DIR_ENCRYPT, 128},
+      {block_enc, 7, DIR_ENCRYPT, 128},
+      {block_dec, 7, DIR_DECRYPT, 128},
+      {block_enc, MODE_CBC, DIR_DECRYPT, 0},  // direction before the input
+      {pad_enc, MODE_CFB1, DIR_ENCRYPT, 16},
+      {pad_dec, MODE_CFB1, DIR_DECRYPT, 16},
+      {pad_enc, MODE_CBC, DIR_DECRYPT, 16},
+      {pad_dec, MODE_CBC, DIR_ENCRYPT, 16},
+      {pad_enc, kNone, DIR_ENCRYPT, 16},
+      {pad_dec, MODE_CBC, kNone, 16},
+  };
+  const Bytes in = Pattern(32);
+  for (const auto& c : kCases) {
+    keyInstance key = MakeKey(c.key == kNone ? DIR_ENCRYPT : c.key);
+    cipherInstance cipher = MakeCipher(c.mode == kNone ? MODE_CBC : c.mode);
+    Bytes out(48, 0xEE);
+    EXPECT_EQ(c.op(c.mode == kNone ? nullptr : &cipher,
+                   c.key == kNone ? nullptr : &key, c.len ? in.data() : nullptr,
+                   c.len, out.data()),
+              BAD_CIPHER_STATE)
+        << "mode " << c.mode << " key " << c.key;
+    EXPECT_EQ(out, Bytes(48, 0xEE));
+  }
 }
 
 TEST(BlockOperations, CbcEncryptionRestartsFromTheStoredIv) {
@@ -274,23 +290,6 @@ TEST(PaddedOperations, CbcRoundTripLeavesTheIvAloneWhenEncrypting) {
     back.resize(len);
     EXPECT_EQ(back, in) << len;
   }
-}
-
-TEST(PaddedOperations, RefuseWrongDirectionsAndOtherModes) {
-  keyInstance enc = MakeKey(DIR_ENCRYPT);
-  keyInstance dec = MakeKey(DIR_DECRYPT);
-  cipherInstance cfb = MakeCipher(MODE_CFB1);
-  cipherInstance cbc = MakeCipher(MODE_CBC);
-  const Bytes in = Pattern(32);
-  Bytes out(48);
-  EXPECT_EQ(padEncrypt(&cfb, &enc, in.data(), 16, out.data()), BAD_CIPHER_STATE);
-  EXPECT_EQ(padDecrypt(&cfb, &dec, in.data(), 16, out.data()), BAD_CIPHER_STATE);
-  EXPECT_EQ(padEncrypt(&cbc, &dec, in.data(), 16, out.data()), BAD_CIPHER_STATE);
-  EXPECT_EQ(padDecrypt(&cbc, &enc, in.data(), 16, out.data()), BAD_CIPHER_STATE);
-  EXPECT_EQ(padEncrypt(nullptr, &enc, in.data(), 16, out.data()),
-            BAD_CIPHER_STATE);
-  EXPECT_EQ(padDecrypt(&cbc, nullptr, in.data(), 16, out.data()),
-            BAD_CIPHER_STATE);
 }
 
 // ---------------------------------------------------------------------------

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <iterator>
 #include <set>
+#include <sstream>
 #include <string>
 
 namespace {
@@ -21,16 +23,9 @@ std::string Shell(const std::string& command) {
 }
 
 std::set<std::string> Words(const std::string& text) {
-  std::set<std::string> words;
-  std::size_t start = 0;
-  while (start < text.size()) {
-    const std::size_t end = text.find('\n', start);
-    std::string line = text.substr(start, end - start);
-    if (!line.empty()) words.insert(line);
-    if (end == std::string::npos) break;
-    start = end + 1;
-  }
-  return words;
+  std::istringstream in(text);
+  return {std::istream_iterator<std::string>(in),
+          std::istream_iterator<std::string>()};
 }
 
 TEST(ExportedSymbols, ExactlyTheCInterface) {

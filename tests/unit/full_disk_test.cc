@@ -2,6 +2,7 @@
 // response: it reports the failed write, closes both files and returns.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -39,10 +40,9 @@ const Case kCases[] = {
     {"KDF135", "tls", test_tls_from_file},
 };
 
-// NIST's tree, or the project's own vectors for the requests it lacks.
+// The project's own requests.
 fs::path FindRequest(const Case& c) {
-  for (const fs::path& tree : {fs::path(FIPSVAL_CAVP_DIR),
-                              fs::path(FIPSVAL_SOURCE_DIR) / "vectors",
+  for (const fs::path& tree : {fs::path(FIPSVAL_SOURCE_DIR) / "vectors",
                               fs::path(FIPSVAL_SOURCE_DIR) / "samples"}) {
     const fs::path request = tree / c.dir / "req" / (std::string(c.name) + ".req");
     if (fs::exists(request)) return request;
@@ -55,9 +55,15 @@ class FullDisk : public ::testing::TestWithParam<Case> {};
 TEST_P(FullDisk, ReportsTheWriteAndClosesBothFiles) {
   const Case& c = GetParam();
   const fs::path request = FindRequest(c);
-  if (request.empty()) GTEST_SKIP() << "no request file for " << c.name;
+  ASSERT_FALSE(request.empty()) << "no request file for " << c.name;
   ResetVectorDirs();
-  WriteRequest(c.name, ReadFile(request));
+  // The sample (its encrypt half) repeated until its response cannot fit
+  // in one page.
+  std::string sample = ReadFile(request);
+  sample.resize(std::min(sample.size(), sample.find("[DECRYPT]")));
+  std::string text;
+  while (text.size() < 16384) text += sample;
+  WriteRequest(c.name, text);
   MountTinyResponseDir(4096);
 
   const int descriptors = OpenDescriptorCount();

@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,6 +13,8 @@
 
 namespace fipsval::testing {
 namespace {
+
+using Lines = std::vector<std::string>;
 
 // A read stream holding exactly `content` (zero bytes included).
 UniqueFile Stream(std::string_view content) {
@@ -31,11 +32,12 @@ std::string Contents(std::FILE* f) {
   return out;
 }
 
-// Every line the reader returns, until it reports the end.
-std::vector<std::string> ReadAll(std::string_view content, int size) {
+// Every line the reader returns into a zeroed buffer, until it reports the
+// end.
+Lines ReadAll(std::string_view content, int size) {
   const UniqueFile in = Stream(content);
   std::vector<char> buf(size, 0);
-  std::vector<std::string> lines;
+  Lines lines;
   while (fips_tv_get_line(buf.data(), size, in.get())) {
     lines.emplace_back(buf.data());
     std::fill(buf.begin(), buf.end(), 0);
@@ -43,55 +45,47 @@ std::vector<std::string> ReadAll(std::string_view content, int size) {
   return lines;
 }
 
-using Lines = std::vector<std::string>;
-
-TEST(GetLine, EndsLinesOnlyAtCrLfAndKeepsTheEnding) {
-  EXPECT_EQ(ReadAll("ab\r\ncd\r\n", 1024), (Lines{"ab\r\n", "cd\r\n"}));
-  EXPECT_EQ(ReadAll("ab\ncd\r\n", 1024), (Lines{"ab\ncd\r\n"}));
-  EXPECT_EQ(ReadAll("ab\rcd\r\n", 1024), (Lines{"ab\rcd\r\n"}));
-  EXPECT_EQ(ReadAll("\r\n\r\n", 1024), (Lines{"\r\n", "\r\n"}));
-  EXPECT_EQ(ReadAll("", 1024), Lines{});
+TEST(GetLine, SplitsOnlyAtCrLf) {
+  using namespace std::string_literals;
+  const struct {
+    std::string input;
+    int size;
+    Lines lines;
+  } kCases[] = {
+      {"ab\r\ncd\r\n", 1024, {"ab\r\n", "cd\r\n"}},
+      {"ab\ncd\r\n", 1024, {"ab\ncd\r\n"}},  // a bare LF ends nothing
+      {"ab\rcd\r\n", 1024, {"ab\rcd\r\n"}},
+      {"\r\n\r\n", 1024, {"\r\n", "\r\n"}},
+      {"", 1024, {}},
+      {"ab\r\ncd", 1024, {"ab\r\n", "cd"}},  // last line without its end
+      {"\0ab\r\n"s, 1024, {}},               // a zero byte ends the input
+      {"ab\r\nc\0d\r\nef\r\n"s, 1024, {"ab\r\n"}},
+      // Cut at size - 1, the rest follows.
+      {std::string(2000, 'x') + "\r\nnext\r\n",
+       1024,
+       {std::string(1023, 'x'), std::string(977, 'x') + "\r\n", "next\r\n"}},
+      // The cut falls between CR and LF: the LF opens the next call's text,
+      // and the first byte of a call never ends a line.
+      {"abc\r\nd\r\n", 5, {"abc\r", "\nd\r\n"}},
+  };
+  for (const auto& c : kCases) {
+    EXPECT_EQ(ReadAll(c.input, c.size), c.lines) << c.input;
+  }
 }
 
-TEST(GetLine, LastLineWithoutEndingIsReturnedWithoutATerminator) {
-  EXPECT_EQ(ReadAll("ab\r\ncd", 1024), (Lines{"ab\r\n", "cd"}));
-
+TEST(GetLine, WritesNoTerminatorAtTheEndNorPastTheSize) {
   // Into a buffer that is not zero-filled the old contents show through.
   const UniqueFile in = Stream("xy");
   char buf[16] = "stale";
   ASSERT_EQ(fips_tv_get_line(buf, sizeof buf, in.get()), buf);
   EXPECT_STREQ(buf, "xyale");
   EXPECT_EQ(fips_tv_get_line(buf, sizeof buf, in.get()), nullptr);
-}
 
-TEST(GetLine, ZeroByteEndsInput) {
-  EXPECT_EQ(ReadAll(std::string("\0ab\r\n", 5), 1024), Lines{});
-  EXPECT_EQ(ReadAll(std::string("ab\r\nc\0d\r\nef\r\n", 12), 1024),
-            (Lines{"ab\r\n"}));
-}
-
-TEST(GetLine, LongLineIsCutAtSizeMinusOneAndTheRestFollows) {
-  const std::string long_line(2000, 'x');
-  const Lines lines = ReadAll(long_line + "\r\nnext\r\n", 1024);
-  ASSERT_EQ(lines.size(), 3u);
-  EXPECT_EQ(lines[0], std::string(1023, 'x'));
-  EXPECT_EQ(lines[1], std::string(977, 'x') + "\r\n");
-  EXPECT_EQ(lines[2], "next\r\n");
-}
-
-TEST(GetLine, LfStartingACallDoesNotEndTheLine) {
-  // The cut falls between CR and LF: the LF opens the next call's text and
-  // that line runs on to the following CR LF.
-  EXPECT_EQ(ReadAll("abc\r\nd\r\n", 5), (Lines{"abc\r", "\nd\r\n"}));
-}
-
-TEST(GetLine, NeverWritesPastTheGivenSize) {
-  const UniqueFile in = Stream("abcdefgh\r\n");
-  char buf[8];
-  std::memset(buf, '#', sizeof buf);
-  ASSERT_NE(fips_tv_get_line(buf, 4, in.get()), nullptr);
-  EXPECT_EQ(std::string(buf, 4), std::string("abc\0", 4));
-  EXPECT_EQ(std::string(buf + 4, 4), "####");
+  const UniqueFile longer = Stream("abcdefgh\r\n");
+  char guarded[8];
+  std::memset(guarded, '#', sizeof guarded);
+  ASSERT_NE(fips_tv_get_line(guarded, 4, longer.get()), nullptr);
+  EXPECT_EQ(std::string(guarded, 8), std::string("abc\0####", 8));
 }
 
 TEST(ConvertToAsc, WritesLowerCaseHexAndATerminator) {
@@ -104,139 +98,122 @@ TEST(ConvertToAsc, WritesLowerCaseHexAndATerminator) {
   for (int len : {0, -3}) {
     std::memset(text, '#', sizeof text);
     EXPECT_EQ(fips_tv_convert_to_asc(bytes, len, text), 1);
-    EXPECT_EQ(text[0], 0);
-    EXPECT_EQ(text[1], '#');
+    EXPECT_EQ(std::string(text, 2), std::string("\0#", 2));
   }
 }
 
-// Decodes text into a buffer with guard bytes; returns the count and the
-// bytes stored.
-std::pair<int, std::string> Extract(const char* text) {
-  unsigned char out[32];
-  std::memset(out, 0xee, sizeof out);
-  const int n = fips_tv_extract_from_asc(text, out);
-  EXPECT_EQ(out[n], 0xee) << "wrote past the decoded bytes of " << text;
-  return {n, std::string(reinterpret_cast<char*>(out), n)};
-}
-
 TEST(ExtractFromAsc, ReadsEitherCaseAndStopsAtTheFirstNonDigit) {
-  EXPECT_EQ(Extract("0AfF\r\n"), (std::pair<int, std::string>{2, "\x0a\xff"}));
-  EXPECT_EQ(Extract("abc"), (std::pair<int, std::string>{1, "\xab"}));
-  EXPECT_EQ(Extract(""), (std::pair<int, std::string>{0, ""}));
-  EXPECT_EQ(Extract("12 34"), (std::pair<int, std::string>{1, "\x12"}));
-  EXPECT_EQ(Extract("1g23"), (std::pair<int, std::string>{0, ""}));
-  EXPECT_EQ(Extract("DEADbeefG0"),
-            (std::pair<int, std::string>{4, "\xde\xad\xbe\xef"}));
+  const struct {
+    const char* text;
+    std::string bytes;
+  } kCases[] = {{"0AfF\r\n", "\x0a\xff"},
+                {"abc", "\xab"},
+                {"", ""},
+                {"12 34", "\x12"},
+                {"1g23", ""},
+                {"DEADbeefG0", "\xde\xad\xbe\xef"}};
+  for (const auto& c : kCases) {
+    unsigned char out[32];
+    std::memset(out, 0xee, sizeof out);
+    const int n = fips_tv_extract_from_asc(c.text, out);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(out), n), c.bytes) << c.text;
+    EXPECT_EQ(out[n], 0xee) << "wrote past the decoded bytes of " << c.text;
+  }
 }
 
 TEST(DecodeHex, StoresAtMostTheCapacityAndCountsTheWholeValue) {
   uint8_t out[4];
   std::memset(out, 0xee, sizeof out);
   EXPECT_EQ(DecodeHex("0102030405\r\n", out, 2), 5u);
-  EXPECT_EQ(out[0], 1);
-  EXPECT_EQ(out[1], 2);
-  EXPECT_EQ(out[2], 0xee);
+  EXPECT_EQ(std::vector<uint8_t>(out, out + 3),
+            (std::vector<uint8_t>{1, 2, 0xee}));
   EXPECT_EQ(DecodeHex("ffff", out, 0), 2u);
   EXPECT_EQ(out[0], 1);
 }
 
-struct FieldResult {
+// One call of a field helper on a request: its result, the value it
+// stored, what it copied to the response and what it printed.
+struct Field {
   int result;
-  int value;
+  std::string value;
   std::string copied;
   std::string printed;
+  bool operator==(const Field&) const = default;
 };
 
-FieldResult ExtractLen(std::string_view request, const char* tag) {
+void PrintTo(const Field& f, std::ostream* os) {
+  *os << "{" << f.result << ", \"" << f.value << "\", \"" << f.copied
+      << "\", \"" << f.printed << "\"}";
+}
+
+Field ExtractLen(std::string_view request, const char* tag) {
   const UniqueFile req = Stream(request);
   const UniqueFile rsp(std::tmpfile());
-  FieldResult r{0, -1, "", ""};
-  r.printed = CaptureStdout([&] {
-    r.result = fips_tv_extract_len(req.get(), rsp.get(), tag, &r.value);
+  Field f{};
+  int value = -1;
+  f.printed = CaptureStdout([&] {
+    f.result = fips_tv_extract_len(req.get(), rsp.get(), tag, &value);
   });
-  r.copied = Contents(rsp.get());
-  return r;
+  f.value = std::to_string(value);
+  f.copied = Contents(rsp.get());
+  return f;
 }
 
-TEST(ExtractLen, StoresTheValueAndCopiesTheLine) {
-  const FieldResult r = ExtractLen("Klen = 10\r\nKey = 00\r\n", "Klen = ");
-  EXPECT_EQ(r.result, 1);
-  EXPECT_EQ(r.value, 10);
-  EXPECT_EQ(r.copied, "Klen = 10\r\n");
-  EXPECT_EQ(r.printed, "");
-}
-
-TEST(ExtractLen, MissingTagPrintsTagThenLine) {
-  const FieldResult r = ExtractLen("Tlen = 10\r\n", "Klen = ");
-  EXPECT_EQ(r.result, 0);
-  EXPECT_EQ(r.value, -1);
-  EXPECT_EQ(r.copied, "");
-  EXPECT_EQ(r.printed, "Klen =  field not present \nTlen = 10\r\n\n");
-
-  const FieldResult eof = ExtractLen("", "Klen = ");
-  EXPECT_EQ(eof.result, 0);
-  EXPECT_EQ(eof.printed, "Klen =  field not present \n\n");
-}
-
-TEST(ExtractLen, ValueIsReadAtTheTagLengthFromTheLineStart) {
-  // "Tlen = " is found at index 10 but read from index 7, where Klen's
-  // value stands.
-  const FieldResult r = ExtractLen("Klen = 10 Tlen = 7\r\n", "Tlen = ");
-  EXPECT_EQ(r.result, 1);
-  EXPECT_EQ(r.value, 10);
-}
-
-TEST(ExtractLen, ShortWriteOfTheLineFails) {
-  const UniqueFile req = Stream("Klen = 10\r\n");
-  const UniqueFile rsp(std::fopen("/dev/null", "r"));  // refuses writes
-  int value = 0;
-  int result = -1;
-  const std::string printed = CaptureStdout([&] {
-    result = fips_tv_extract_len(req.get(), rsp.get(), "Klen = ", &value);
-  });
-  EXPECT_EQ(result, 0);
-  EXPECT_EQ(printed, "Problem writing to rsp file\n");
-}
-
-FieldResult ParseKey(std::string_view request, const char* tag,
-                     std::string* key) {
+Field ParseKey(std::string_view request, const char* tag) {
   const UniqueFile req = Stream(request);
   const UniqueFile rsp(std::tmpfile());
   unsigned char out[2048];
-  FieldResult r{0, 0, "", ""};
-  r.printed = CaptureStdout(
-      [&] { r.result = fips_tv_parse_key(req.get(), rsp.get(), tag, out); });
-  r.copied = Contents(rsp.get());
-  key->assign(reinterpret_cast<char*>(out), r.result > 0 ? r.result : 0);
-  return r;
+  Field f{};
+  f.printed = CaptureStdout(
+      [&] { f.result = fips_tv_parse_key(req.get(), rsp.get(), tag, out); });
+  f.value.assign(reinterpret_cast<char*>(out), f.result > 0 ? f.result : 0);
+  f.copied = Contents(rsp.get());
+  return f;
 }
 
-TEST(ParseKey, DecodesTheValueAndCopiesTheLine) {
-  std::string key;
-  const FieldResult r = ParseKey("Key = 0a0B\r\nIV = 00\r\n", "Key = ", &key);
-  EXPECT_EQ(r.result, 2);
-  EXPECT_EQ(key, "\x0a\x0b");
-  EXPECT_EQ(r.copied, "Key = 0a0B\r\n");
-  EXPECT_EQ(r.printed, "");
+TEST(FieldHelpers, ReadTheValueAtTheTagLengthAndCopyTheLine) {
+  EXPECT_EQ(ExtractLen("Klen = 10\r\nKey = 00\r\n", "Klen = "),
+            (Field{1, "10", "Klen = 10\r\n", ""}));
+  // "Tlen = " is found at index 10 but read from index 7, where Klen's
+  // value stands.
+  EXPECT_EQ(ExtractLen("Klen = 10 Tlen = 7\r\n", "Tlen = "),
+            (Field{1, "10", "Klen = 10 Tlen = 7\r\n", ""}));
+  EXPECT_EQ(ParseKey("Key = 0a0B\r\nIV = 00\r\n", "Key = "),
+            (Field{2, "\x0a\x0b", "Key = 0a0B\r\n", ""}));
+  EXPECT_EQ(ParseKey("Key = zz\r\n", "Key = "),
+            (Field{0, "", "Key = zz\r\n", ""}));
 }
 
-TEST(ParseKey, MissingTagPrintsLineThenTag) {
-  std::string key;
-  const FieldResult r = ParseKey("IV = 00\r\n", "Key = ", &key);
-  EXPECT_EQ(r.result, 0);
-  EXPECT_EQ(r.copied, "");
-  EXPECT_EQ(r.printed, "IV = 00\r\n\nKey =  field not present\n");
+TEST(FieldHelpers, MissingTagsPrintTheirTwoMessages) {
+  // The length helper prints the tag first, with a blank before the newline;
+  // the key helper prints the line first.
+  EXPECT_EQ(
+      ExtractLen("Tlen = 10\r\n", "Klen = "),
+      (Field{0, "-1", "", "Klen =  field not present \nTlen = 10\r\n\n"}));
+  EXPECT_EQ(ExtractLen("", "Klen = "),
+            (Field{0, "-1", "", "Klen =  field not present \n\n"}));
+  EXPECT_EQ(ParseKey("IV = 00\r\n", "Key = "),
+            (Field{0, "", "", "IV = 00\r\n\nKey =  field not present\n"}));
 }
 
-TEST(ParseKey, ValueWithoutHexGivesZeroAfterCopying) {
-  std::string key;
-  const FieldResult r = ParseKey("Key = zz\r\n", "Key = ", &key);
-  EXPECT_EQ(r.result, 0);
-  EXPECT_EQ(r.copied, "Key = zz\r\n");
-  EXPECT_EQ(r.printed, "");
+TEST(FieldHelpers, ShortWriteOfTheLineFails) {
+  for (const bool key : {false, true}) {
+    const UniqueFile req = Stream("Key = 10\r\n");
+    const UniqueFile rsp(std::fopen("/dev/null", "r"));  // refuses writes
+    unsigned char out[8];
+    int value = 0;
+    int result = -1;
+    const std::string printed = CaptureStdout([&] {
+      result =
+          key ? fips_tv_parse_key(req.get(), rsp.get(), "Key = ", out)
+              : fips_tv_extract_len(req.get(), rsp.get(), "Key = ", &value);
+    });
+    EXPECT_EQ(result, 0) << key;
+    EXPECT_EQ(printed, "Problem writing to rsp file\n") << key;
+  }
 }
 
-TEST(ParseKey, BoundedFormStoresOnlyTheCapacity) {
+TEST(FieldHelpers, BoundedKeyStoresOnlyTheCapacity) {
   const UniqueFile req = Stream("Key = 00112233445566778899\r\n");
   const UniqueFile rsp(std::tmpfile());
   uint8_t out[6];

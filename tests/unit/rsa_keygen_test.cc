@@ -216,11 +216,6 @@ std::string RunKat(const std::string& request_bytes) {
   return CaptureStdout([] { test_rsa_keygen_kat_from_file("KAT"); });
 }
 
-std::string Hex(const BIGNUM* x) {
-  OpensslString s(BN_bn2hex(x));
-  return s.get();
-}
-
 class KatRunnerTest : public ::testing::Test {
  protected:
   // Two 512-bit primes for 1024-bit records, to keep the runs quick.

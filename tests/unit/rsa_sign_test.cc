@@ -277,9 +277,9 @@ TEST(RsaSigVer, FailureMessages) {
   EXPECT_EQ(ReadResponse("SigVer"), Crlf("[mod = 1024]\n\n"));
 }
 
-TEST(RsaSigVer, NistRequestEndsAtItsFirstTest) {
-  const std::string request =
-      ReadFile(std::string(FIPSVAL_CAVP_DIR) + "/RSA2/req/SigVer15_186-3.req");
+TEST(RsaSigVer, SampleRequestEndsAtItsFirstTest) {
+  const std::string request = ReadFile(std::string(FIPSVAL_SOURCE_DIR) +
+                                       "/samples/RSA2/req/SigVer15_186-3.req");
   ASSERT_FALSE(request.empty());
   ResetVectorDirs();
   WriteRequest("SigVer15_186-3", request);
