@@ -101,4 +101,19 @@ int OpenDescriptorCount() {
   return count - 3;  // ".", ".." and the directory's own descriptor
 }
 
+CoreResult RunCore(const RunnerCore& core, std::string_view request) {
+  std::string text = Crlf(request);
+  std::FILE* req = fmemopen(text.data(), text.size(), "r");
+  char* data = nullptr;
+  std::size_t size = 0;
+  std::FILE* rsp = open_memstream(&data, &size);
+  CoreResult r;
+  r.printed = CaptureStdout([&] { core(req, rsp); });
+  std::fclose(req);
+  std::fclose(rsp);
+  r.response.assign(data, size);
+  std::free(data);
+  return r;
+}
+
 }  // namespace fipsval::testing

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <initializer_list>
 #include <span>
@@ -38,6 +39,18 @@ void MountTinyResponseDir(std::size_t bytes);
 
 // Runs fn with standard output captured; returns what it printed.
 std::string CaptureStdout(const std::function<void()>& fn);
+
+// A runner core: reads the request stream, writes the response stream.
+using RunnerCore = std::function<void(std::FILE*, std::FILE*)>;
+
+struct CoreResult {
+  std::string response;  // what the core wrote to its response stream
+  std::string printed;   // what it printed on standard output
+};
+
+// Runs core on `request` (its "\n" line ends turned into CR LF) through
+// in-memory streams: no fixed paths, no mount namespace.
+CoreResult RunCore(const RunnerCore& core, std::string_view request);
 
 // Number of open descriptors of this process, for leak checks.
 int OpenDescriptorCount();

@@ -14,28 +14,7 @@
 namespace fipsval::testing {
 namespace {
 
-using Core = std::function<void(std::FILE*, std::FILE*)>;
-
-struct Result {
-  std::string response;
-  std::string printed;
-};
-
-// Runs core on `request` (its "\n" line ends turned into CR LF).
-Result RunCore(const Core& core, const std::string& request) {
-  std::string text = Crlf(request);
-  std::FILE* req = fmemopen(text.data(), text.size(), "r");
-  char* data = nullptr;
-  std::size_t size = 0;
-  std::FILE* rsp = open_memstream(&data, &size);
-  Result r;
-  r.printed = CaptureStdout([&] { core(req, rsp); });
-  std::fclose(req);
-  std::fclose(rsp);
-  r.response.assign(data, size);
-  std::free(data);
-  return r;
-}
+using Core = RunnerCore;
 
 Core Sign() {
   return [](std::FILE* q, std::FILE* s) { test_rsa_sign_from_stream(q, s, 0); };
@@ -102,7 +81,7 @@ class RunnerText : public ::testing::TestWithParam<Case> {};
 
 TEST_P(RunnerText, ResponseAndConsole) {
   const Case& c = GetParam();
-  const Result r = RunCore(c.core, c.request);
+  const CoreResult r = RunCore(c.core, c.request);
   EXPECT_EQ(r.response, Crlf(c.response));
   EXPECT_EQ(r.printed, c.printed);
 }
