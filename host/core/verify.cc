@@ -127,9 +127,12 @@ Outcome Fail(std::string why) { return {Verdict::kFail, std::move(why)}; }
 Outcome CheckAnswers(const Entry& entry, const std::string& response,
                      const std::optional<std::string>& expected,
                      const Completeness& complete, bool partial) {
-  const std::string answered = std::to_string(complete.answered) + " of " +
-                               std::to_string(complete.tests) +
-                               " tests answered";
+  // KeyGen_186-3 is copied through by design: it has no test to answer.
+  const std::string answered =
+      entry.name == "KeyGen_186-3"
+          ? std::string("copied through, the runner answers no test in it")
+          : std::to_string(complete.answered) + " of " +
+                std::to_string(complete.tests) + " tests answered";
   if (entry.name == "SigGen15_186-3" ||
       entry.name == "KeyGen_RandomProbablyPrime3_3") {
     const bool siggen = entry.name == "SigGen15_186-3";
