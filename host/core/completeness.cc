@@ -9,25 +9,6 @@
 namespace fipsval::host {
 namespace {
 
-struct Line {
-  int number;
-  std::string_view text;
-};
-
-// Non-blank lines without their ending (CR LF, or the CR CR LF of the key
-// generation KAT files), numbered from 1.
-std::vector<Line> NonBlankLines(std::string_view text) {
-  std::vector<Line> lines;
-  for (int number = 1; !text.empty(); ++number) {
-    const std::size_t lf = text.find('\n');
-    std::string_view line = text.substr(0, lf);
-    while (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    if (!line.empty()) lines.push_back({number, line});
-    if (lf == std::string_view::npos) break;
-    text.remove_prefix(lf + 1);
-  }
-  return lines;
-}
 
 enum class Kind {
   kCipher,       // AES and TDES known-answer and multi-message files
@@ -384,6 +365,19 @@ Completeness CheckCompleteness(std::string_view name, std::string_view request,
   }
   result.ok = true;
   return result;
+}
+
+std::vector<Line> NonBlankLines(std::string_view text) {
+  std::vector<Line> lines;
+  for (int number = 1; !text.empty(); ++number) {
+    const std::size_t lf = text.find('\n');
+    std::string_view line = text.substr(0, lf);
+    while (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    if (!line.empty()) lines.push_back({number, line});
+    if (lf == std::string_view::npos) break;
+    text.remove_prefix(lf + 1);
+  }
+  return lines;
 }
 
 }  // namespace fipsval::host

@@ -7,8 +7,18 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace fipsval::host {
+
+struct Line {
+  int number;  // from 1
+  std::string_view text;
+};
+
+// Non-blank lines without their ending (CR LF, or the CR CR LF of the key
+// generation KAT files), numbered from 1.
+std::vector<Line> NonBlankLines(std::string_view text);
 
 struct Completeness {
   bool ok = false;

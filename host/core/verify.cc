@@ -20,23 +20,6 @@ namespace fs = std::filesystem;
 
 constexpr char kRunRecord[] = "fipsval-run.json";
 
-struct Line {
-  int number;
-  std::string_view text;
-};
-
-std::vector<Line> NonBlankLines(std::string_view text) {
-  std::vector<Line> lines;
-  for (int number = 1; !text.empty(); ++number) {
-    const std::size_t lf = text.find('\n');
-    std::string_view line = text.substr(0, lf);
-    while (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    if (!line.empty()) lines.push_back({number, line});
-    if (lf == std::string_view::npos) break;
-    text.remove_prefix(lf + 1);
-  }
-  return lines;
-}
 
 std::string Quote(const Line& line) {
   constexpr std::size_t kShown = 160;
