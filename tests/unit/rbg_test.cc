@@ -66,13 +66,9 @@ TEST(Rbg, ReturnedBitsLenSetsTheAnswerLength) {
     EXPECT_EQ(value.find_first_not_of("0123456789abcdef"), digits) << bits;
     EXPECT_EQ(value.substr(digits), "\r\n") << bits;
   }
-  for (const std::string bits : {"513", "99999999999999999999"}) {
-    const CoreResult r = Drbg(Header(bits) + Inputs(0, kDrbgAllEmpty));
-    EXPECT_EQ(r.printed, "ReturnedBitsLen " +
-                             std::string(bits == "513" ? "513" : "9223372036854775807") +
-                             " is above 512: not answered\n");
-    EXPECT_EQ(r.response, Crlf(Header(bits).substr(0, Header(bits).size() - 1)));
-  }
+  const CoreResult r = Drbg(Header("513") + Inputs(0, kDrbgAllEmpty));
+  EXPECT_EQ(r.printed, "ReturnedBitsLen 513 is above 512: not answered\n");
+  EXPECT_EQ(r.response, Crlf(Header("513").substr(0, Header("513").size() - 1)));
 }
 
 TEST(Rbg, MarkerProblemsCopyWhatWasRead) {
