@@ -61,9 +61,7 @@ TEST(Sha, AnswersEachMsgWithTheNistDigest) {
 }
 
 TEST(Sha, FailuresStopWithTheirMessage) {
-  const struct {
-    std::string body, printed, kept;
-  } kCases[] = {
+  const struct { std::string body, printed, kept; } kCases[] = {
       {"Len = 8\nMsg = 6162\nLen = 0\n", "Msg len mismatch (1 != 2)\n",
        "Len = 8\n"},
       {"Len = -8\nMsg = 61\n", "Msg len mismatch (-1 != 1)\n", "Len = -8\n"},
@@ -185,9 +183,7 @@ TEST(Hmac, LongestKeyAndMessageThatALineHolds) {
 TEST(Hmac, FailuresStopWithTheirMessage) {
   const std::string head = "[L=20]\nCount = 0\n";
   const std::string kt = head + "Klen = 20\nTlen = 10\n";
-  const struct {
-    std::string request, printed, kept;
-  } kCases[] = {
+  const struct { std::string request, printed, kept; } kCases[] = {
       {"", "", ""},
       {"# only comments\n\n", "Never found starting marker\n",
        "# only comments\n\n"},

@@ -194,10 +194,7 @@ TEST(Kdf, FailuresStopWithTheirMessage) {
   const TlsCase c = MakeTls(48, 8);
   const std::string tls = TlsHeader("[TLS 1.2, SHA-256]", 256) + "COUNT = 0\n";
   const std::string pre = tls + "pre_master_secret = " + Hex(c.pre_master) + "\n";
-  const struct {
-    RunnerCore core;
-    std::string request, printed, kept;
-  } kCases[] = {
+  const struct { RunnerCore core; std::string request, printed, kept; } kCases[] = {
       {test_ssh_from_stream, SshHeader("[SHA-1]", 64, 328),
        "The encryption key length is over limit 41(40)\n",
        SshHeader("[SHA-1]", 64, 328).substr(0, 85)},

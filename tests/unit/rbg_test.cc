@@ -71,54 +71,37 @@ TEST(Rbg, ReturnedBitsLenSetsTheAnswerLength) {
   EXPECT_EQ(r.response, Crlf(Header("513").substr(0, Header("513").size() - 1)));
 }
 
-TEST(Rbg, MarkerProblemsCopyWhatWasRead) {
-  const struct {
-    std::string request, printed, kept;
-  } kCases[] = {
+TEST(Rbg, FailuresStopWithTheirMessage) {
+  // A missing Nonce line is reported by the reader, and the line it read
+  // in its place is not copied. An empty required input ends the run after
+  // its line. An over-long value is refused at its own field.
+  const std::string head = Header("512") + "COUNT = 0\nEntropyInput = " +
+                           std::string(kDrbgEverything.entropy) + "\n";
+  const std::string nonce = "Nonce = " + std::string(34, '1') + "\n",
+                    long_ps = "Nonce = 00\nPersonalizationString = " + std::string(2000, 'f') + "\n";
+  std::string no_reseed = Header("512") + Inputs(0, kDrbgEverything);
+  no_reseed.erase(no_reseed.find("EntropyInputReseed = ") + 21, 64);
+  // kept "": the whole request.
+  const struct { std::string request, printed, kept; } kCases[] = {
       {"[AES-128 use df]\n[ReturnedBitsLen = 256]\n\n" + Inputs(0, kDrbgAllEmpty),
        "Never found starting marker\n", ""},
       {"[AES-256 use df]\n[NonceLen = 128]\n", "Never found ReturnedBitsLen\n", ""},
       // Without its closing bracket the length line ends the run silently.
       {"[AES-256 use df]\n[ReturnedBitsLen = 512\n\n" + Inputs(0, kDrbgAllEmpty),
        "", "[AES-256 use df]\n[ReturnedBitsLen = 512\n"},
+      {head + "PersonalizationString = \n",
+       "PersonalizationString = \r\n\nNonce =  field not present\n", head},
+      {head + "Nonce = \nPersonalizationString = \n", "", head + "Nonce = \n"},
+      {Header("512") + "COUNT = 0\nEntropyInput = \nNonce = 00\n", "",
+       Header("512") + "COUNT = 0\nEntropyInput = \n"},
+      {no_reseed, "", no_reseed.substr(0, no_reseed.find("AdditionalInputReseed"))},
+      {head + nonce, "Nonce is too long: 17 bytes, at most 16\n", ""},
+      {head + long_ps, "PersonalizationString is too long: 1000 bytes, at most 32\n", ""},
   };
   for (const auto& c : kCases) {
     const CoreResult r = Drbg(c.request);
-    EXPECT_EQ(r.printed, c.printed);
-    EXPECT_EQ(r.response, Crlf(c.kept.empty() ? c.request : c.kept));
-  }
-}
-
-TEST(Rbg, InputsAreCheckedAgainstTheirFields) {
-  // A missing Nonce line is reported by the reader, and the line it read
-  // in its place is not copied. An empty required input ends the run after
-  // its line. An over-long value is refused at its own field.
-  const std::string head = Header("512") + "COUNT = 0\nEntropyInput = " +
-                           std::string(kDrbgEverything.entropy) + "\n";
-  const struct {
-    std::string rest, printed, kept;
-  } kCases[] = {
-      {"PersonalizationString = \n", "PersonalizationString = \r\n\nNonce =  field not present\n", ""},
-      {"Nonce = \nPersonalizationString = \n", "", "Nonce = \n"},
-      {"Nonce = " + std::string(34, '1') + "\n", "Nonce is too long: 17 bytes, at most 16\n",
-       "Nonce = " + std::string(34, '1') + "\n"},
-      {"Nonce = 00\nPersonalizationString = " + std::string(2000, 'f') + "\n",
-       "PersonalizationString is too long: 1000 bytes, at most 32\n",
-       "Nonce = 00\nPersonalizationString = " + std::string(2000, 'f') + "\n"},
-  };
-  for (const auto& c : kCases) {
-    const CoreResult r = Drbg(head + c.rest);
-    EXPECT_EQ(r.printed, c.printed);
-    EXPECT_EQ(r.response, Crlf(head + c.kept));
-    EXPECT_EQ(r.response.find("ReturnedBits = "), std::string::npos);
-  }
-  for (const char* empty : {"EntropyInput = ", "EntropyInputReseed = "}) {
-    std::string request = Header("512") + Inputs(0, kDrbgEverything);
-    const std::size_t at = request.find(empty) + std::string(empty).size();
-    request.erase(at, 64);
-    const CoreResult r = Drbg(request);
-    EXPECT_EQ(r.printed, "");
-    EXPECT_TRUE(r.response.ends_with(std::string(empty) + "\r\n")) << empty;
+    EXPECT_EQ(r.printed, c.printed) << c.request;
+    EXPECT_EQ(r.response, Crlf(c.kept.empty() ? c.request : c.kept)) << c.request;
   }
 }
 

@@ -36,11 +36,7 @@ Lines ReadAll(std::string content, int size) {
 }
 
 TEST(GetLine, SplitsOnlyAtCrLf) {
-  const struct {
-    std::string input;
-    int size;
-    Lines lines;
-  } kCases[] = {
+  const struct { std::string input; int size; Lines lines; } kCases[] = {
       {"ab\r\ncd\r\n", 1024, {"ab\r\n", "cd\r\n"}},
       {"ab\ncd\r\n", 1024, {"ab\ncd\r\n"}},  // a bare LF ends nothing
       {"ab\rcd\r\n\r\n", 1024, {"ab\rcd\r\n", "\r\n"}},
@@ -67,12 +63,9 @@ TEST(Hex, LowerCaseOutEitherCaseIn) {
   std::memset(text, '#', sizeof text);
   EXPECT_EQ(fips_tv_convert_to_asc(bytes, 4, text), 1);
   EXPECT_EQ(std::string(text, 10), "0aff009b\0#"s);
-  const struct {
-    const char* text;
-    std::string bytes;
-  } kCases[] = {{"0AfF\r\n", "\x0a\xff"}, {"abc", "\xab"},     {"", ""},
-                {"12 34", "\x12"},        {"1g23", ""},
-                {"DEADbeefG0", "\xde\xad\xbe\xef"}};
+  const struct { const char* text; std::string bytes; } kCases[] = {
+      {"0AfF\r\n", "\x0a\xff"}, {"abc", "\xab"}, {"", ""},
+      {"12 34", "\x12"}, {"1g23", ""}, {"DEADbeefG0", "\xde\xad\xbe\xef"}};
   for (const auto& c : kCases) {
     unsigned char out[8];
     std::memset(out, 0xee, sizeof out);
