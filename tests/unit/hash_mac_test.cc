@@ -127,22 +127,17 @@ TEST(ShaMonte, OneHundredCheckpointsChainedFromTheSeed) {
 }
 
 // RFC 2202 and RFC 4231, test cases 1 and 2.
-std::string Block(int count, int tlen, const std::string& key,
-                  const std::string& msg) {
+std::string Block(int count, int tlen, const std::string& key, const std::string& msg) {
   return "Count = " + std::to_string(count) + "\nKlen = 20\nTlen = " +
          std::to_string(tlen) + "\nKey = " + key + "\nMsg = " + msg + "\n";
 }
-const std::string kHiKey = "0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b";
-const std::string kHiMsg = "4869205468657265";
-const std::string kJefeKey = "4a656665";
-const std::string kJefeMsg =
-    "7768617420646f2079612077616e7420666f72206e6f7468696e673f";
-const std::string kSha1Hi = "b617318655057264e28bc0b6fb378c8ef146be00";
-const std::string kSha1Jefe = "effcdf6ae5eb2fa2d27416d5f184df9c259a7c79";
-const std::string kSha256Hi =
-    "b0344c61d8db38535ca8afceaf0bf12b881dc200c9833da726e9376c2e32cff7";
-const std::string kSha256Jefe =
-    "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843";
+const std::string kHiKey = "0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b0b",
+    kHiMsg = "4869205468657265", kJefeKey = "4a656665",
+    kJefeMsg = "7768617420646f2079612077616e7420666f72206e6f7468696e673f",
+    kSha1Hi = "b617318655057264e28bc0b6fb378c8ef146be00",
+    kSha1Jefe = "effcdf6ae5eb2fa2d27416d5f184df9c259a7c79",
+    kSha256Hi = "b0344c61d8db38535ca8afceaf0bf12b881dc200c9833da726e9376c2e32cff7",
+    kSha256Jefe = "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843";
 
 TEST(Hmac, RfcVectorsPerSectionTruncatedToTlen) {
   // Tests before the first marker are copied without answers; an unknown
