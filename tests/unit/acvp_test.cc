@@ -58,17 +58,7 @@ TEST(Acvp, DecryptGroupsBecomeTheDecryptSectionAndAnswerPt) {
                                  R"({"tgId":1,"tests":[{"tcId":5,"pt":"14F1"}]}]})");
 }
 
-TEST(Acvp, TdesEncryptMonteCarloAndRsaSha512Requests) {
-  EXPECT_EQ(Answer(Set(R"("algorithm": "ACVP-TDES-CBC", "revision": "1.0")",
-                       R"({"tgId": 2, "testType": "MCT", "direction": "encrypt", "keyingOption": 1,
-                           "tests": [{"tcId": 9, "key1": "0101010101010101", "key2": "0202020202020202",
-                                      "key3": "0404040404040404", "iv": "0000000000000000",
-                                      "pt": "1111111111111111"}]})"),
-                   "")
-                .first,
-            Crlf("TDES/TCBCMonte3: [ENCRYPT]\nNumKeys = 3\n\nCOUNT = 0\nKEY1 = 0101010101010101\n"
-                 "KEY2 = 0202020202020202\nKEY3 = 0404040404040404\nIV = 0000000000000000\n"
-                 "PLAINTEXT = 1111111111111111\n\n[DECRYPT]\nNumKeys = 3\n\n"));
+TEST(Acvp, RsaSha512Request) {
   EXPECT_EQ(Answer(Set(R"("algorithm": "RSA", "mode": "sigGen", "revision": "FIPS186-4")",
                        R"({"tgId": 7, "testType": "GDT", "sigType": "pkcs1v1.5", "modulo": 2048,
                            "hashAlg": "SHA2-512", "tests": [{"tcId": 19, "message": "5A"}]})"),
@@ -111,8 +101,6 @@ TEST(Acvp, BadDocumentsAndUnanswerableSets) {
        2, "testGroups[0] (tgId 4): field \"keyLen\" is missing"},
       {Set(sha1, R"({"tgId": 1, "testType": "AFT", "tests": [{"tcId": 3, "msg": "XY", "len": 8}]})"), 2,
        "tests[0] (tcId 3): field \"msg\" is not hexadecimal"},
-      {Set(sha1, R"({"tgId": 1, "testType": "AFT", "tests": [{"tcId": "3"}]})"), 2,
-       "field \"tcId\" is not an integer"},
       {Set(R"("algorithm": "SHA3-256", "revision": "1.0")", ""), 2,
        "field \"algorithm\" names an algorithm fipsval does not answer: \"SHA3-256\""},
       {"{" + sha1 + ", \"testGroups\": []}", 2, "field \"vsId\" is missing"},
@@ -121,9 +109,6 @@ TEST(Acvp, BadDocumentsAndUnanswerableSets) {
       {Set(sha1, R"({"tgId": 2, "testType": "LDT", "tests": []})"), 1, "testType \"LDT\""},
       {Set(sha1, R"({"tgId": 2, "testType": "AFT", "tests": [{"tcId": 1, "msg": "80", "len": 1}]})"), 1,
        "whole bytes"},
-      {Set(R"("algorithm": "ACVP-AES-ECB", "revision": "1.0")",
-           R"({"tgId": 2, "testType": "MCT", "direction": "encrypt", "keyLen": 192, "tests": []})"),
-       1, "ECB MCT with 192-bit keys"},
       {Set(R"("algorithm": "ACVP-TDES-CBC", "revision": "1.0")",
            R"({"tgId": 2, "testType": "AFT", "direction": "encrypt", "keyingOption": 2, "tests": []})"),
        1, "keyingOption 2"},

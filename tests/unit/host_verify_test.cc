@@ -1,16 +1,23 @@
 // fipsval verify: completeness of a response against its request, the
-// comparison with the expected answers, and the verdicts over a tree.
+// comparison with the expected answers, the RSA answer checks, and the
+// verdicts over a tree.
 // Complete responses to whole NIST files are the conformance tests' part;
 // these are the gaps that must not pass.
 #include <gtest/gtest.h>
+#include <openssl/bn.h>
+#include <openssl/rsa.h>
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "fipsval.h"
+#include "harness/openssl_ptr.h"
+#include "harness/runners.h"
 #include "host/core/completeness.h"
+#include "host/core/rsa_answer_checks.h"
 #include "host/core/verify.h"
 #include "tests/support/test_env.h"
 
@@ -36,11 +43,8 @@ TEST(Completeness, EveryTestOfTheRequestIsAnswered) {
                              "SHAAlg = SHA256\nMsg = 00\n";
   const std::string key = "\ne = 010001\np = 0b\nq = 0d\nn = 8f\nd = 07\n";
   const std::string mct = "[ENCRYPT]\n\nCOUNT = 0\nKEY = 00\nIV = 00\nPLAINTEXT = 00\n";
-  const struct {
-    const char* name;
-    std::string request, response;
-    const char* problem;  // "" when complete; else the start of the detail
-  } kCases[] = {
+  // problem: "" when complete; else the start of the detail.
+  const struct { const char* name; std::string request, response; const char* problem; } kCases[] = {
       {"ECBGFSbox128", kat,
        "[ENCRYPT]\nCOUNT = 0\nKEY = 00\nPLAINTEXT = 00\nCIPHERTEXT = aa\n"
        "COUNT = 1\nKEY = 01\nPLAINTEXT = 00\nCIPHERTEXT = bb\n", ""},
@@ -62,11 +66,6 @@ TEST(Completeness, EveryTestOfTheRequestIsAnswered) {
       {"CBCMCT128", mct, Records(99),
        "incomplete: 0 of 1 tests answered; request line 3: COUNT = 0 has 495 answer lines of 500"},
       {"CBCMCT128", mct, Records(101, 50), "response line 302: COUNT = 51: records out of order"},
-      {"CTR_DRBG", "[AES-256 use df]\n\nCOUNT = 0\nEntropyInput = 00\n",
-       "[AES-256 use df]\nCOUNT = 0\nEntropyInput = 00\n",
-       "incomplete: 0 of 1 tests answered; request line 3: COUNT = 0 has 0 answer lines of 1"},
-      {"HMAC", "Count = 0\nMsg = 00\n", "Count = 0\nMsg = 00\nMac = 00\nMac = 01\n",
-       "incomplete: 0 of 1 tests answered; request line 1: Count = 0 has 2"},
       {"tls", "COUNT = 0\n", "COUNT = 0\nmaster_secret = 00\nkey_block = 00\nx\n",
        "response line 4: x: more than the request asks for"},
   };
@@ -88,11 +87,6 @@ TEST(Verify, ComparisonWithTheExpectedAnswers) {
   EXPECT_FALSE(CompareWithExpected("X", "a\n", "a\nb\n", false).ok);
   EXPECT_TRUE(CompareWithExpected("X", "a\n", "a\nb\n", true).ok);
   EXPECT_FALSE(CompareWithExpected("X", "a\nb\n", "a\n", true).ok);
-  // CTR_DRBG: answers of other mechanisms are not comparable; elsewhere they are.
-  const std::string expected = Crlf("[AES-256 use df]\nReturnedBits = aa\n[AES-128 no df]\nReturnedBits = bb\n");
-  const std::string response = Crlf("[AES-256 use df]\nReturnedBits = aa\n[AES-128 no df]\nReturnedBits = cc\n");
-  EXPECT_EQ(CompareWithExpected("CTR_DRBG", response, expected, false).not_compared, 1);
-  EXPECT_FALSE(CompareWithExpected("OTHER", response, expected, false).ok);
 }
 
 class VerifyTree : public ::testing::Test {
@@ -171,6 +165,105 @@ TEST_F(VerifyTree, RunRecordAndOutputDirectory) {
   EXPECT_EQ(tally_.complete_only, 1);
   EXPECT_HAS(out, "a run that did not finish (started 2026-01-01T00:00:00Z)");
   EXPECT_HAS(out, "FAIL SHA/SHA1LongMsg: the recorded run did not answer it (runner-error: Msg field not present)");
+}
+
+// --- the RSA answer checks: the runners' own responses pass, each wrong
+// answer is named with its line ----------------------------------------------
+
+using host::AnswerCheck;
+using Edit = std::function<std::string(std::string)>;
+
+// The first `from` after `after` replaced by `to`.
+Edit Replace(std::string from, std::string to, std::string after = "") {
+  return [=](std::string text) {
+    const std::size_t at = text.find(from, text.find(after));
+    EXPECT_NE(at, std::string::npos) << from;
+    if (at != std::string::npos) text.replace(at, from.size(), to);
+    return text;
+  };
+}
+const Edit kSame = [](std::string text) { return text; };
+
+// Each edit of `good` gives the problem ("" for a pass).
+void ExpectCases(const std::function<AnswerCheck(const std::string&)>& check, const std::string& good,
+                 std::initializer_list<std::pair<Edit, const char*>> cases) {
+  for (const auto& [edit, problem] : cases) {
+    const AnswerCheck a = check(edit(good));
+    EXPECT_EQ(a.ok, *problem == '\0') << a.problem;
+    EXPECT_EQ(a.problem, problem);
+  }
+}
+
+TEST(RsaAnswerChecks, SigGen) {
+  const std::string response =
+      RunCore([](std::FILE* req, std::FILE* rsp) { test_rsa_sign_from_stream(req, rsp, 0); },
+              "[mod = 1024]\n\nSHAAlg = SHA1\nMsg = 0011\n\nSHAAlg = SHA224\nMsg = 44\n\n"
+              "[mod = 1024]\n\nSHAAlg = SHA256\nMsg = 77\n")
+          .response;
+  const auto line_at = [&](std::size_t at) { return response.substr(at, response.find('\r', at) - at); };
+  const std::size_t n1 = response.find("n = ");
+  const std::string first_n = line_at(n1), second_n = line_at(response.find("n = ", n1 + 1));
+  ExpectCases(host::CheckSigGenAnswers, response,
+              {{kSame, ""},
+               {Replace("S = ", "S = 00", "SHA256"),
+                "line 20: S does not verify under the section's n and e with SHA256"},
+               {Replace(first_n, second_n), "line 8: S does not verify under the section's n and e with SHA1"},
+               {Replace("S = ", "X = "), "line 6: the SHAAlg = SHA1 test has no S"},
+               {[](std::string) { return std::string(); }, "line 0: no S line to check"}});
+}
+
+TEST(RsaAnswerChecks, RandomProbablePrimeKeys) {
+  // A key written the way the runner writes it, d in its lcm form.
+  UniquePtr<RSA> rsa(RSA_new());
+  UniquePtr<BIGNUM> e(BN_new()), p1(BN_new()), q1(BN_new()), g(BN_new()), lcm(BN_new()),
+      d_plus_lcm(BN_new());
+  UniquePtr<BN_CTX> ctx(BN_CTX_new());
+  BN_set_word(e.get(), 65537);
+  ASSERT_TRUE(RSA_generate_key_ex(rsa.get(), 1024, e.get(), nullptr));
+  const BIGNUM *n, *p, *q;
+  RSA_get0_key(rsa.get(), &n, nullptr, nullptr);
+  RSA_get0_factors(rsa.get(), &p, &q);
+  BN_sub(p1.get(), p, BN_value_one());
+  BN_sub(q1.get(), q, BN_value_one());
+  BN_gcd(g.get(), p1.get(), q1.get(), ctx.get());
+  BN_mul(lcm.get(), p1.get(), q1.get(), ctx.get());
+  BN_div(lcm.get(), nullptr, lcm.get(), g.get(), ctx.get());
+  UniquePtr<BIGNUM> d(BN_mod_inverse(nullptr, e.get(), lcm.get(), ctx.get()));
+  BN_add(d_plus_lcm.get(), d.get(), lcm.get());
+  const std::string key = "e = 010001\np = " + Hex(p) + "\nq = " + Hex(q) + "\nn = " + Hex(n) +
+                          "\nd = " + Hex(d.get()) + "\n";
+  ExpectCases(host::CheckRandomProbablePrimeAnswers, Crlf("[mod = 1024]\n\n" + key + "\n" + key),
+              {{kSame, ""},
+               {Replace("d = " + Hex(d.get()), "d = " + Hex(d_plus_lcm.get())),
+                "line 3: d is not e^-1 mod lcm(p-1, q-1)"},
+               {Replace("e = 010001", "e = 03"), "line 3: e is not 65537"},
+               {Replace("n = " + Hex(n), "n = " + Hex(p) + Hex(q)), "line 3: n is not p*q"},
+               {Replace("1024", "2048"), "line 3: p or q is not of 1024 bits"},
+               {[](std::string r) { return r.substr(0, r.find("q = ")); },
+                "line 3: key lacks one of e, p, q, n, d"},
+               {[](std::string) { return Crlf("[mod = 1024]\n\n"); }, "line 2: no key to check"}});
+}
+
+TEST(RsaAnswerChecks, SigVerStopsAtTheFirstSupportedTest) {
+  const std::string head =
+      Crlf("[mod = 1024]\n\nn = 0a\n\nSHAAlg = SHA224\ne = 03\nMsg = 00\nS = 01\n\nSHAAlg = SHA384\n");
+  const std::string request = head + Crlf("e = 03\nMsg = 00\nS = 01\n");
+  const auto check = [&](const std::string& response) { return host::CheckSigVerAnswers(request, response); };
+  ExpectCases(check, head,
+              {{kSame, ""},
+               {[&](std::string) { return request; },
+                "line 11: response goes on after the first supported SHAAlg line"},
+               {[](std::string r) { return r.substr(0, r.find("SHAAlg = SHA384")); },
+                "line 10: response ends before the first supported SHAAlg line of the request"},
+               {Replace("n = 0a", "n = 0b"), "line 3: response differs from the request"}});
+  const AnswerCheck stopped = check(head);
+  EXPECT_TRUE(stopped.stopped_at_first_test);
+  EXPECT_EQ(stopped.tests, 2);
+  EXPECT_EQ(stopped.checked, 10);
+  // Without a supported test the whole request is the answer.
+  const std::string sha224 = Crlf("[mod = 1024]\n\nSHAAlg = SHA224\n");
+  EXPECT_TRUE(host::CheckSigVerAnswers(sha224, sha224).ok);
+  EXPECT_FALSE(host::CheckSigVerAnswers(sha224, sha224).stopped_at_first_test);
 }
 
 }  // namespace
