@@ -58,15 +58,6 @@ TEST(Acvp, DecryptGroupsBecomeTheDecryptSectionAndAnswerPt) {
                                  R"({"tgId":1,"tests":[{"tcId":5,"pt":"14F1"}]}]})");
 }
 
-TEST(Acvp, RsaSha512Request) {
-  EXPECT_EQ(Answer(Set(R"("algorithm": "RSA", "mode": "sigGen", "revision": "FIPS186-4")",
-                       R"({"tgId": 7, "testType": "GDT", "sigType": "pkcs1v1.5", "modulo": 2048,
-                           "hashAlg": "SHA2-512", "tests": [{"tcId": 19, "message": "5A"}]})"),
-                   "")
-                .first,
-            Crlf("RSA2/SigGen15_186-3: [mod = 2048]\n\nSHAAlg = SHA512\nMsg = 5a\n\n"));
-}
-
 // A group whose tests did not all get an answer is listed with the runner's
 // message, never answered in part; answered RSA groups carry n and e.
 TEST(Acvp, AGroupCutShortIsNotAnswered) {

