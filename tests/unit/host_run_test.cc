@@ -84,12 +84,9 @@ TEST_F(HostAttack, PlantedStagingPathsDoNotReachTheRun) {
   if (run.err.find("staging: private") == std::string::npos) GTEST_SKIP() << "no private staging: " << run.err;
   EXPECT_EQ(run.status, 0) << run.out << run.err;
   EXPECT_HAS(ReadFile("/tmp/tree/HMAC/resp/HMAC.rsp"), "Mac = ");
-  ProgramResult entropy = Fipsval({"entropy", "2"});
+  const ProgramResult entropy = Fipsval({"entropy", "2"});
   EXPECT_EQ(entropy.status, 1);
   EXPECT_HAS(entropy.err, "/tmp/resp belongs to uid 65534");
-  entropy = Fipsval({"entropy", "2", "--output", "/tmp/out"});
-  EXPECT_EQ(entropy.status, 0) << entropy.err;
-  EXPECT_EQ(ReadFile("/tmp/out/entropy_samples").size(), 23u + 2 * 1282);
 }
 
 // Links that the attacker put in a tree it can write.
@@ -286,10 +283,7 @@ TEST_F(HostResult, RunVerifyOnGoodSamplesValidatesAndCountsEveryFile) {
 // directory that is not there: exit 1, and the report says which file and why.
 TEST_F(HostResult, FailuresNameTheFileAndTheCause) {
   std::string fax = ReadFile("/tmp/tree/SHA/fax/SHA1ShortMsg.fax");
-  const std::size_t md = fax.find("MD = ");
-  ASSERT_NE(md, std::string::npos);
-  fax[md + 5] = fax[md + 5] == '0' ? '1' : '0';
-  WriteFile("/tmp/tree/SHA/fax/SHA1ShortMsg.fax", fax);
+  WriteFile("/tmp/tree/SHA/fax/SHA1ShortMsg.fax", fax.replace(fax.find("MD = da39"), 9, "MD = 0a39"));
   WriteFile("/tmp/tree/HMAC/req/HMAC.req", "[L=20]\n\nCount = 0\nKlen = 4\n");  // LF only
   // part "verify": the file's verdict is FAIL; "run": it was not answered;
   // nullptr: the document's error.
