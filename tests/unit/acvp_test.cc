@@ -22,26 +22,16 @@ using testing::Crlf;
 std::string Set(std::string_view head, std::string_view groups) {
   return "{\"vsId\": 7, " + std::string(head) + ", \"testGroups\": [" + std::string(groups) + "]}";
 }
-Json Parse(const std::string& text) {
-  Json j;
-  std::string error;
-  EXPECT_TRUE(ParseJsonText(text, "test", &j, &error)) << error;
-  return j;
-}
 
 // Converts a one-file vector set, answers it with `response` and returns
 // the request text and the response JSON.
 std::pair<std::string, Outcome> Answer(const std::string& set, const std::string& response) {
-  const Json prompt = Parse(set);
+  const Json prompt = Json::parse(set);
   const Conversion conversion = ConvertVectorSet(prompt);
-  EXPECT_EQ(conversion.error, "");
-  EXPECT_EQ(conversion.files.size(), 1u);
-  if (conversion.files.size() != 1) return {};
-  const FileResult result{true, Crlf(response), "Error extracting key"};
-  const std::string& text = conversion.files[0].text;
-  return {conversion.files[0].dir + "/" + conversion.files[0].name + ": " +
-              text.substr(text.find("\r\n\r\n") + 4),
-          AssembleResponse(prompt, conversion, {result})};
+  EXPECT_EQ(conversion.error + std::to_string(conversion.files.size()), "1");
+  const RequestFile& file = conversion.files.at(0);
+  return {file.dir + "/" + file.name + ": " + file.text.substr(file.text.find("\r\n\r\n") + 4),
+          AssembleResponse(prompt, conversion, {{true, Crlf(response), "Error extracting key"}})};
 }
 
 TEST(Acvp, DecryptGroupsBecomeTheDecryptSectionAndAnswerPt) {
@@ -121,10 +111,10 @@ TEST(Acvp, BadDocumentsAndUnanswerableSets) {
 }
 
 TEST(Acvp, CheckComparesTestByTestAndNamesTheFirstDifference) {
-  const Json expected = Parse(R"({"vsId": 1, "algorithm": "SHA-1", "revision": "1.0", "testGroups": [
+  const Json expected = Json::parse(R"({"vsId": 1, "algorithm": "SHA-1", "revision": "1.0", "testGroups": [
       {"tgId": 1, "tests": [{"tcId": 1, "md": "AB"}, {"tcId": 2, "md": "CD"}]},
       {"tgId": 2, "tests": [{"tcId": 3, "md": "EF"}]}]})");
-  const Json response = Parse(R"({"vsId": 1, "algorithm": "SHA-1", "revision": "1.0", "testGroups": [
+  const Json response = Json::parse(R"({"vsId": 1, "algorithm": "SHA-1", "revision": "1.0", "testGroups": [
       {"tgId": 1, "tests": [{"tcId": 1, "md": "ab"}, {"tcId": 2, "md": "CE"}]}],
       "notAnswered": [{"tgId": 2, "reason": "LDT"}]})");
   CheckTally tally;

@@ -58,8 +58,7 @@ TEST(DrbgStandin, RefusesMalformedBlocksWithoutReadingThem) {
   // A block that does not announce the full layout is refused after its
   // first word: a 4-byte allocation is all that is read (ASan builds check).
   for (uint32_t word : {0u, 275u, 277u, 0xffffffffu}) {
-    auto tiny = std::make_unique<uint8_t[]>(4);
-    std::memcpy(tiny.get(), &word, 4);
+    const auto tiny = std::make_unique<uint32_t>(word);
     errno = 0;
     EXPECT_EQ(RunDrbgStandin(tiny.get()), -1);
     EXPECT_EQ(errno, EINVAL);
@@ -72,7 +71,6 @@ TEST(DrbgStandin, RefusesMalformedBlocksWithoutReadingThem) {
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(0, std::memcmp(&p, &before, sizeof p));
   }
-  errno = 0;
   EXPECT_EQ(RunDrbgStandin(nullptr), -1);
   EXPECT_EQ(errno, EFAULT);
 }

@@ -66,8 +66,7 @@ class HostRun : public ::testing::Test {
   }
 };
 
-class HostAttack : public HostRun {
- protected:
+struct HostAttack : HostRun {
   void SetUp() override {
     HostRun::SetUp();
     if (!Attacker("true")) GTEST_SKIP() << "no second uid here (setpriv --reuid=65534 failed)";

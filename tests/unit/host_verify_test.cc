@@ -30,9 +30,7 @@ namespace fs = std::filesystem;
 std::string Records(int n, int skip = -1) {
   std::string text = "[ENCRYPT]\n";
   for (int i = 0; i < n; ++i) {
-    if (i != skip) {
-      text += "COUNT = " + std::to_string(i) + "\nKEY = 00\nIV = 00\nPLAINTEXT = 00\nCIPHERTEXT = 00\n\n";
-    }
+    if (i != skip) text += "COUNT = " + std::to_string(i) + "\nKEY = 00\nIV = 00\nPLAINTEXT = 00\nCIPHERTEXT = 00\n\n";
   }
   return text;
 }
@@ -72,11 +70,8 @@ TEST(Completeness, EveryTestOfTheRequestIsAnswered) {
   }
 }
 
-TEST(Verify, ComparisonWithTheExpectedAnswers) {
+TEST(Verify, PartialComparisonLetsOnlyTheExpectedFileGoOn) {
   using host::CompareWithExpected;
-  EXPECT_EQ(CompareWithExpected("X", Crlf("# a\n\nMD = 01\nMD = 02\n"), "# a\r\r\nMD = 01\nMD = 03\n", false)
-                .detail,
-            "first difference\n  response line 4: MD = 02\n  expected line 3: MD = 03");
   // partial: the expected file may go on (its request was longer), not the response.
   EXPECT_FALSE(CompareWithExpected("X", "a\n", "a\nb\n", false).ok);
   EXPECT_TRUE(CompareWithExpected("X", "a\n", "a\nb\n", true).ok);
@@ -207,28 +202,25 @@ TEST(RsaAnswerChecks, SigGen) {
 }
 
 TEST(RsaAnswerChecks, RandomProbablePrimeKeys) {
-  // A key written the way the runner writes it, d in its lcm form.
+  // A key written the way the runner writes it (OpenSSL's d is in its lcm form), and the
+  // same d plus (p-1)(q-1): still an inverse of e, but not reduced.
   UniquePtr<RSA> rsa(RSA_new());
-  UniquePtr<BIGNUM> e(BN_new()), p1(BN_new()), q1(BN_new()), g(BN_new()), lcm(BN_new()),
-      d_plus_lcm(BN_new());
+  UniquePtr<BIGNUM> e(BN_new()), p1(BN_new()), q1(BN_new()), d_plus_phi(BN_new());
   UniquePtr<BN_CTX> ctx(BN_CTX_new());
   BN_set_word(e.get(), 65537);
   ASSERT_TRUE(RSA_generate_key_ex(rsa.get(), 1024, e.get(), nullptr));
-  const BIGNUM *n, *p, *q;
-  RSA_get0_key(rsa.get(), &n, nullptr, nullptr);
+  const BIGNUM *n, *d, *p, *q;
+  RSA_get0_key(rsa.get(), &n, nullptr, &d);
   RSA_get0_factors(rsa.get(), &p, &q);
   BN_sub(p1.get(), p, BN_value_one());
   BN_sub(q1.get(), q, BN_value_one());
-  BN_gcd(g.get(), p1.get(), q1.get(), ctx.get());
-  BN_mul(lcm.get(), p1.get(), q1.get(), ctx.get());
-  BN_div(lcm.get(), nullptr, lcm.get(), g.get(), ctx.get());
-  UniquePtr<BIGNUM> d(BN_mod_inverse(nullptr, e.get(), lcm.get(), ctx.get()));
-  BN_add(d_plus_lcm.get(), d.get(), lcm.get());
+  BN_mul(d_plus_phi.get(), p1.get(), q1.get(), ctx.get());
+  BN_add(d_plus_phi.get(), d_plus_phi.get(), d);
   const std::string key = "e = 010001\np = " + Hex(p) + "\nq = " + Hex(q) + "\nn = " + Hex(n) +
-                          "\nd = " + Hex(d.get()) + "\n";
+                          "\nd = " + Hex(d) + "\n";
   ExpectCases(host::CheckRandomProbablePrimeAnswers, Crlf("[mod = 1024]\n\n" + key + "\n" + key),
               {{kSame, ""},
-               {Replace("d = " + Hex(d.get()), "d = " + Hex(d_plus_lcm.get())),
+               {Replace("d = " + Hex(d), "d = " + Hex(d_plus_phi.get())),
                 "line 3: d is not e^-1 mod lcm(p-1, q-1)"},
                {Replace("e = 010001", "e = 03"), "line 3: e is not 65537"},
                {Replace("n = " + Hex(n), "n = " + Hex(p) + Hex(q)), "line 3: n is not p*q"},
