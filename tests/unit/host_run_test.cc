@@ -242,7 +242,7 @@ class HostResult : public ::testing::Test {
   }
   // /tmp/r.json valid under the schema, /tmp/r.xml well-formed XML.
   void ExpectValid() {
-    if (!missing_.empty()) return;
+    if (!missing_.empty()) GTEST_SKIP() << "not validated: " << missing_;  // the other checks still ran
     const ProgramResult r = As(-1, 
         {"python3", "-c",
          "import json, sys, jsonschema, xml.dom.minidom\n"
@@ -275,7 +275,6 @@ TEST_F(HostResult, RunVerifyOnGoodSamplesValidatesAndCountsEveryFile) {
   // -q: one line per file and a line of totals for each phase.
   EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), files + 2) << r.out;
   ExpectValid();
-  if (!missing_.empty()) GTEST_SKIP() << "not validated: " << missing_;
 }
 
 // A wrong expected answer, a request the library cannot read, a response
@@ -341,7 +340,6 @@ TEST_F(HostResult, ReportPathsAreCheckedFirstAndNeverFollowALink) {
   EXPECT_TRUE(S_ISREG(st.st_mode));
   EXPECT_HAS(ReadFile("/tmp/r.xml"), "name=\"CBC&lt;&amp;&quot;&apos;&gt;\"");
   ExpectValid();
-  if (!missing_.empty()) GTEST_SKIP() << "not validated: " << missing_;
 }
 
 }  // namespace

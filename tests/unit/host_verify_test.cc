@@ -159,7 +159,6 @@ TEST_F(VerifyTree, RunRecordAndOutputDirectory) {
 // --- the RSA answer checks: the runners' own responses pass, each wrong
 // answer is named with its line ----------------------------------------------
 
-using host::AnswerCheck;
 using Edit = std::function<std::string(std::string)>;
 
 // The first `from` after `after` replaced by `to`.
@@ -174,10 +173,10 @@ Edit Replace(std::string from, std::string to, std::string after = "") {
 const Edit kSame = [](std::string text) { return text; };
 
 // Each edit of `good` gives the problem ("" for a pass).
-void ExpectCases(const std::function<AnswerCheck(const std::string&)>& check, const std::string& good,
+void ExpectCases(const std::function<host::AnswerCheck(const std::string&)>& check, const std::string& good,
                  std::initializer_list<std::pair<Edit, const char*>> cases) {
   for (const auto& [edit, problem] : cases) {
-    const AnswerCheck a = check(edit(good));
+    const host::AnswerCheck a = check(edit(good));
     EXPECT_EQ(a.ok, *problem == '\0') << a.problem;
     EXPECT_EQ(a.problem, problem);
   }
@@ -202,25 +201,28 @@ TEST(RsaAnswerChecks, SigGen) {
 }
 
 TEST(RsaAnswerChecks, RandomProbablePrimeKeys) {
-  // A key written the way the runner writes it (OpenSSL's d is in its lcm form), and the
-  // same d plus (p-1)(q-1): still an inverse of e, but not reduced.
+  // A key written the way the runner writes it, d = e^-1 mod lcm(p-1, q-1), and d + lcm:
+  // still an inverse of e, but not reduced.
   UniquePtr<RSA> rsa(RSA_new());
-  UniquePtr<BIGNUM> e(BN_new()), p1(BN_new()), q1(BN_new()), d_plus_phi(BN_new());
+  UniquePtr<BIGNUM> e(BN_new()), p1(BN_new()), q1(BN_new()), g(BN_new()), lcm(BN_new()), bad_d(BN_new());
   UniquePtr<BN_CTX> ctx(BN_CTX_new());
   BN_set_word(e.get(), 65537);
   ASSERT_TRUE(RSA_generate_key_ex(rsa.get(), 1024, e.get(), nullptr));
-  const BIGNUM *n, *d, *p, *q;
-  RSA_get0_key(rsa.get(), &n, nullptr, &d);
+  const BIGNUM *n, *p, *q;
+  RSA_get0_key(rsa.get(), &n, nullptr, nullptr);
   RSA_get0_factors(rsa.get(), &p, &q);
   BN_sub(p1.get(), p, BN_value_one());
   BN_sub(q1.get(), q, BN_value_one());
-  BN_mul(d_plus_phi.get(), p1.get(), q1.get(), ctx.get());
-  BN_add(d_plus_phi.get(), d_plus_phi.get(), d);
+  BN_gcd(g.get(), p1.get(), q1.get(), ctx.get());
+  BN_mul(lcm.get(), p1.get(), q1.get(), ctx.get());
+  BN_div(lcm.get(), nullptr, lcm.get(), g.get(), ctx.get());
+  const UniquePtr<BIGNUM> d(BN_mod_inverse(nullptr, e.get(), lcm.get(), ctx.get()));
+  BN_add(bad_d.get(), d.get(), lcm.get());
   const std::string key = "e = 010001\np = " + Hex(p) + "\nq = " + Hex(q) + "\nn = " + Hex(n) +
-                          "\nd = " + Hex(d) + "\n";
+                          "\nd = " + Hex(d.get()) + "\n";
   ExpectCases(host::CheckRandomProbablePrimeAnswers, Crlf("[mod = 1024]\n\n" + key + "\n" + key),
               {{kSame, ""},
-               {Replace("d = " + Hex(d), "d = " + Hex(d_plus_phi.get())),
+               {Replace("d = " + Hex(d.get()), "d = " + Hex(bad_d.get())),
                 "line 3: d is not e^-1 mod lcm(p-1, q-1)"},
                {Replace("e = 010001", "e = 03"), "line 3: e is not 65537"},
                {Replace("n = " + Hex(n), "n = " + Hex(p) + Hex(q)), "line 3: n is not p*q"},
