@@ -1,57 +1,39 @@
 #!/bin/sh
-# ACVP conformance: every vector set below ACVP_DIR (a directory holding
-# prompt.json and expectedResults.json) is answered with `fipsval acvp` and
-# the response checked with `fipsval acvp --check`. A set must either be
-# answered with every answered test passing, or (when no group of it can be
-# answered) be refused with a reason for each of its groups.
-#
 # usage: acvp_conformance.sh FIPSVAL ACVP_DIR
+# Every vector set below ACVP_DIR (prompt.json, expectedResults.json) goes through `fipsval
+# acvp` and `acvp --check`: all answered tests pass, or no group is answerable and each is
+# refused with its reason.
 set -u
 fipsval=$1 sets=$2
-
-if [ ! -d "$sets" ]; then
-  echo "acvp conformance: no ACVP vector sets at $sets: skipped"
-  exit 77
-fi
-if [ "${FIPSVAL_SANDBOX:-}" != 1 ]; then
-  echo "acvp conformance: run through sandbox_run (the suites use /tmp/req and /tmp/resp)" >&2
-  exit 77
-fi
+skip() { echo "acvp conformance: skipped: $*"; exit 77; }
+[ -d "$sets" ] || skip "no ACVP vector sets at $sets"
+[ "${FIPSVAL_SANDBOX:-}" = 1 ] || skip "run it through sandbox_run (the suites use /tmp/req and /tmp/resp)"
 
 work=/tmp/acvp-conformance
-rm -rf "$work"
-mkdir -p "$work"
+rm -rf "$work" && mkdir -p "$work"
 failures=0 answered=0 refused=0
 for prompt in $(find "$sets" -name prompt.json | sort); do
-  dir=$(dirname "$prompt")
-  name=$(basename "$dir")
-  expected=$dir/expectedResults.json
-  [ -f "$expected" ] || continue
-  response=$work/$name.json
-  status=0
-  "$fipsval" acvp "$prompt" --output "$response" >"$work/$name.out" 2>"$work/$name.err" || status=$?
-  check=0
-  "$fipsval" acvp --check "$expected" "$response" >"$work/$name.check" 2>&1 || check=$?
-  groups=$(grep -c '^tgId ' "$work/$name.check")
-  not_answered=$(grep -c ': NOT ANSWERED (' "$work/$name.check")
+  dir=$(dirname "$prompt") && name=$(basename "$dir")
+  [ -f "$dir/expectedResults.json" ] || continue
+  out=$work/$name status=0 check=0
+  "$fipsval" acvp "$prompt" --output "$out.json" >"$out.out" 2>"$out.err" || status=$?
+  "$fipsval" acvp --check "$dir/expectedResults.json" "$out.json" >"$out.check" 2>&1 || check=$?
+  groups=$(grep -c '^tgId ' "$out.check") not_answered=$(grep -c ': NOT ANSWERED (' "$out.check")
   if [ "$status" -eq 0 ] && [ "$check" -eq 0 ]; then
     answered=$((answered + 1))
-    echo "PASS $name: $(tail -n 1 "$work/$name.check"), $not_answered of $groups groups not answered"
+    echo "PASS $name: $(tail -n 1 "$out.check"), $not_answered of $groups groups not answered"
   elif [ "$status" -eq 1 ] && [ "$groups" -gt 0 ] && [ "$groups" -eq "$not_answered" ] &&
-       grep -q 'no group of the vector set could be answered' "$work/$name.err"; then
+       grep -q 'no group of the vector set could be answered' "$out.err"; then
     refused=$((refused + 1))
     echo "PASS $name: no group answerable, each listed with its reason"
   else
     failures=$((failures + 1))
     echo "FAIL $name: acvp exit $status, check exit $check"
-    cat "$work/$name.err" "$work/$name.check"
+    cat "$out.err" "$out.check"
   fi
-  grep -h 'NOT ANSWERED' "$work/$name.check" | sed 's/^/    /'
+  grep -h 'NOT ANSWERED' "$out.check" | sed 's/^/    /'
 done
 rm -rf "$work"
 echo "$answered vector sets answered and checked, $refused refused with reasons, $failures failed"
-if [ "$answered" -eq 0 ]; then
-  echo "acvp conformance: no vector set was answered"
-  exit 1
-fi
+[ "$answered" -gt 0 ] || { echo "acvp conformance: no vector set was answered"; exit 1; }
 [ "$failures" -eq 0 ]

@@ -117,3 +117,39 @@ CoreResult RunCore(const RunnerCore& core, std::string_view request) {
 }
 
 }  // namespace fipsval::testing
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+extern char** environ;
+
+namespace fipsval::testing {
+
+pid_t StartProgram(std::vector<std::string> args, const std::string& tag) {
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  const std::string out = "/tmp/" + tag + ".out", err = "/tmp/" + tag + ".err";
+  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  pid_t pid = -1;
+  if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid = -1;
+  posix_spawn_file_actions_destroy(&actions);
+  return pid;
+}
+
+ProgramResult WaitProgram(pid_t pid, const std::string& tag) {
+  ProgramResult r;
+  int status = 0;
+  if (pid > 0 && waitpid(pid, &status, 0) == pid) {
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+  r.out = ReadFile("/tmp/" + tag + ".out");
+  r.err = ReadFile("/tmp/" + tag + ".err");
+  return r;
+}
+
+}  // namespace fipsval::testing

@@ -56,3 +56,26 @@ CoreResult RunCore(const RunnerCore& core, std::string_view request);
 int OpenDescriptorCount();
 
 }  // namespace fipsval::testing
+
+// Programs started by a test (the fipsval tool, setpriv, sh).
+#include <sys/types.h>
+
+#include <vector>
+
+namespace fipsval::testing {
+
+struct ProgramResult {
+  int status = -1;  // exit status, 128 + signal when killed
+  std::string out, err;
+};
+
+// Starts args (the program searched in PATH) with standard output and error
+// in /tmp/<tag>.out and /tmp/<tag>.err; WaitProgram waits and reads them.
+pid_t StartProgram(std::vector<std::string> args, const std::string& tag);
+ProgramResult WaitProgram(pid_t pid, const std::string& tag);
+
+}  // namespace fipsval::testing
+
+// Expects the text to contain `part`, and shows the text when it does not.
+#define EXPECT_HAS(text, part) \
+  EXPECT_NE(std::string(text).find(part), std::string::npos) << (text)
