@@ -9,5 +9,5 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
   va_start(args, request);
   void* const arg = va_arg(args, void*);
   va_end(args);
-  return fipsval::InterposedIoctl(fd, request, arg);
+  return fipsval::host::InterposedIoctl(fd, request, arg);
 }

@@ -169,7 +169,7 @@ int PrintHelp(const Args& args) {
       "\nexit status: 0 success; 1 a test or check failed, or a run could not be\n"
       "completed; 2 usage error; 3 the library put the host into its error mode.\n"
       "`fipsval help COMMAND` describes a command; `man fipsval` has more.\n",
-      s.data_dir.c_str(), s.config.c_str(), fipsval::DrbgBackendDescription());
+      s.data_dir.c_str(), s.config.c_str(), DrbgBackendDescription());
   return kOk;
 }
 

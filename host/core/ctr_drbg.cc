@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-namespace fipsval {
+namespace fipsval::host {
 namespace {
 
 void StoreBe32(uint32_t value, uint8_t* out) {
@@ -163,4 +163,4 @@ bool CtrDrbg::Generate(std::span<uint8_t> out, Bytes additional) {
   return true;
 }
 
-}  // namespace fipsval
+}  // namespace fipsval::host

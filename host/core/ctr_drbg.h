@@ -11,7 +11,7 @@
 #include <initializer_list>
 #include <span>
 
-namespace fipsval {
+namespace fipsval::host {
 
 class CtrDrbg {
  public:
@@ -53,4 +53,4 @@ class CtrDrbg {
   uint64_t reseed_counter_ = 0;  // 0 until instantiated
 };
 
-}  // namespace fipsval
+}  // namespace fipsval::host

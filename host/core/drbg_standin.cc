@@ -17,7 +17,7 @@
 #include "host/core/ctr_drbg.h"
 #include "fipsval_drbg.h"
 
-namespace fipsval {
+namespace fipsval::host {
 namespace {
 
 // The block has no length fields: the runner leaves an input that the
@@ -124,4 +124,4 @@ const char* DrbgBackendDescription() {
   return "CTR_DRBG tests: the kernel refuses the test ioctl; they will fail";
 }
 
-}  // namespace fipsval
+}  // namespace fipsval::host

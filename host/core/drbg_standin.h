@@ -3,7 +3,7 @@
 // interposer that routes the library's call to it.
 #pragma once
 
-namespace fipsval {
+namespace fipsval::host {
 
 // Runs the CTR_DRBG test that `block` (an rbg_params) describes, as the
 // driver would: instantiate with the entropy input, nonce and
@@ -12,7 +12,8 @@ namespace fipsval {
 // inputs; store the second call's output, returned_len bytes, in the
 // returned field. Returns 0, or -1 with errno set: EFAULT for a null block,
 // EINVAL for a block whose first word is not 276 or whose returned length
-// is outside 0 to 64 (nothing else of such a block is read).
+// is above 64 (nothing else of such a block is read). A returned length of
+// 0 or below asks for no bytes.
 int RunDrbgStandin(void* block);
 
 // ioctl for the host program: every call goes to the kernel; only the
@@ -26,4 +27,4 @@ int InterposedIoctl(int fd, unsigned long request, void* arg);
 // returns no bytes.
 const char* DrbgBackendDescription();
 
-}  // namespace fipsval
+}  // namespace fipsval::host

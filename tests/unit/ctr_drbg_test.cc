@@ -19,6 +19,8 @@
 namespace fipsval::testing {
 namespace {
 
+using host::RunDrbgStandin;
+
 rbg_params BlockFor(const DrbgVector& v, int32_t returned_len) {
   rbg_params p = {};
   p.length = kRbgParamsFollowing;
