@@ -6,12 +6,9 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
-#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,27 +22,24 @@ namespace fipsval::testing {
 namespace {
 
 constexpr char kMarker[] = "/data/etc/katfail";
-constexpr char kStartLine[] = "\nFIPS-CC mode: Starting self-tests.\n";
+using Ints = std::vector<int>;
+using ErrorModes = std::vector<std::pair<int, std::string>>;
 
-// The eight tests in the order they run: label (before its padding to 46
-// characters), marker name, mask bit, error message, and the host's result
-// when the host performs the test.
+// The eight tests in the order they run; a host test has its double's
+// result field.
 struct Expected {
   const char* label;
   const char* name;
-  uint32_t bit;
+  int bit;
   const char* message;
   int HostDoubles::*host_result;
 };
-void PrintTo(const Expected& e, std::ostream* os) { *os << e.name; }
-
 constexpr Expected kTests[] = {
     {"Running Configuration Integrity test...", "Configuration", 64,
      "Configuration Integrity test failed", &HostDoubles::vpn_cfg_result},
     {"Running AES test...", "AES", 2, "AES self-test failed", nullptr},
     {"Running SHA1 HMAC test...", "SHA1-HMAC", 4, "SHA1 HMAC self-test failed", nullptr},
-    {"Running SHA256 HMAC test...", "SHA256-HMAC", 128, "SHA256 HMAC self-test failed",
-     nullptr},
+    {"Running SHA256 HMAC test...", "SHA256-HMAC", 128, "SHA256 HMAC self-test failed", nullptr},
     {"Running 3DES test...", "3DES", 8, "3DES self-test failed", nullptr},
     {"Running RSA test...", "RSA", 16, "RSA self-test failed", nullptr},
     {"Running Firmware integrity test...", "Firmware-integrity", 1,
@@ -54,36 +48,19 @@ constexpr Expected kTests[] = {
 };
 
 // The whole output of a run in which the tests in `failed` fail.
-std::string ExpectedRun(uint32_t failed) {
-  std::string out = kStartLine;
+std::string ExpectedRun(int failed) {
+  std::string out = "\nFIPS-CC mode: Starting self-tests.\n";
   for (const Expected& t : kTests) {
-    out += std::string(t.label).append(46 - std::strlen(t.label), ' ');
+    out += std::string(t.label).append(46 - std::string(t.label).size(), ' ');
     out += (failed & t.bit) ? "failed\n" : "passed\n";
   }
-  out += failed ? "Self-tests failed\n" : "Self-tests passed\n";
-  return out;
+  return out + (failed ? "Self-tests failed\n" : "Self-tests passed\n");
 }
 
-struct RunResult {
-  int mask = -1;
-  std::string out;
-};
-
-RunResult RunSelfTests() {
-  RunResult r;
-  r.out = CaptureStdout([&] { r.mask = fips_self_tests(); });
-  return r;
-}
-
-struct CheckResult {
-  int bit = -1;
-  std::string out;
-};
-
-CheckResult CheckFail() {
-  CheckResult r;
-  r.out = CaptureStdout([&] { r.bit = fips_check_fail(); });
-  return r;
+std::pair<int, std::string> Call(int (*fn)()) {
+  int result = -99;
+  std::string out = CaptureStdout([&] { result = fn(); });
+  return {result, out};
 }
 
 std::string ErrorText(uint32_t mask) {
@@ -91,8 +68,6 @@ std::string ErrorText(uint32_t mask) {
   get_self_test_errstr(mask, buf.data(), buf.size());
   return buf.data();
 }
-
-using ErrorModes = std::vector<std::pair<int, std::string>>;
 
 class SelfTests : public ::testing::Test {
  protected:
@@ -104,59 +79,38 @@ class SelfTests : public ::testing::Test {
 };
 
 TEST_F(SelfTests, AllPassWithoutMarker) {
-  const RunResult r = RunSelfTests();
-  EXPECT_EQ(r.mask, 0);
-  EXPECT_EQ(r.out, ExpectedRun(0));
-  EXPECT_EQ(Host().vpn_cfg_args, std::vector<int>{0});
-  EXPECT_EQ(Host().firmware_args, std::vector<int>{0});
-  EXPECT_EQ(Host().rng_args, std::vector<int>{0});
-  EXPECT_TRUE(Host().logged.empty());
-  EXPECT_TRUE(Host().error_modes.empty());
+  EXPECT_EQ(Call(fips_self_tests), std::make_pair(0, ExpectedRun(0)));
+  EXPECT_EQ(Host().vpn_cfg_args, Ints{0});
+  EXPECT_EQ(Host().firmware_args, Ints{0});
+  EXPECT_EQ(Host().rng_args, Ints{0});
+  EXPECT_TRUE(Host().logged.empty() && Host().error_modes.empty());
 }
 
-// ---------------------------------------------------------------------------
-// Forcing each test by name.
-
-class ForcedByName : public SelfTests, public ::testing::WithParamInterface<Expected> {};
-
-TEST_P(ForcedByName, FailsThatTestAloneAndEntersErrorMode) {
-  const Expected& f = GetParam();
-  // A host that honours the force fails its own test.
-  if (f.host_result) Host().*f.host_result = 0;
-  WriteFile(kMarker, f.name);
-
-  const RunResult r = RunSelfTests();
-
-  EXPECT_EQ(r.mask, static_cast<int>(f.bit));
-  EXPECT_EQ(r.out, std::string("\nForcing failure of ") + f.name + "\n" + ExpectedRun(f.bit));
-  // Every test gets 0 or its own bit, never 1 for a bit other than 1.
-  EXPECT_EQ(Host().vpn_cfg_args, std::vector<int>{static_cast<int>(f.bit & 64)});
-  EXPECT_EQ(Host().firmware_args, std::vector<int>{static_cast<int>(f.bit & 1)});
-  EXPECT_EQ(Host().rng_args, std::vector<int>{static_cast<int>(f.bit & 32)});
-  const std::string text = std::string("FIPS error: ") + f.message;
-  EXPECT_EQ(Host().logged, std::vector<std::string>{text});
-  EXPECT_EQ(Host().error_modes, (ErrorModes{{-3, text}}));
-  EXPECT_FALSE(FileExists(kMarker));
+// Each name forces its test alone; a host test gets its own bit (never 1),
+// and only a host that honours the force fails.
+TEST_F(SelfTests, EachNameForcesItsTestAloneAndEntersTheErrorMode) {
+  for (const Expected& f : kTests) {
+    SCOPED_TRACE(f.name);
+    for (bool host_honours : {true, false}) {
+      if (!f.host_result && !host_honours) continue;
+      ResetHost();
+      if (f.host_result && host_honours) Host().*f.host_result = 0;
+      WriteFile(kMarker, f.name);
+      const int mask = host_honours ? f.bit : 0;
+      EXPECT_EQ(Call(fips_self_tests),
+                std::make_pair(mask, "\nForcing failure of " + std::string(f.name) + "\n" +
+                                         ExpectedRun(mask)));
+      EXPECT_EQ(Host().vpn_cfg_args, Ints{f.bit & 64});
+      EXPECT_EQ(Host().firmware_args, Ints{f.bit & 1});
+      EXPECT_EQ(Host().rng_args, Ints{f.bit & 32});
+      const std::string text = std::string("FIPS error: ") + f.message;
+      EXPECT_EQ(Host().logged, host_honours ? std::vector<std::string>{text}
+                                            : std::vector<std::string>{});
+      EXPECT_EQ(Host().error_modes, (host_honours ? ErrorModes{{-3, text}} : ErrorModes{}));
+      EXPECT_FALSE(FileExists(kMarker));
+    }
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(EachName, ForcedByName, ::testing::ValuesIn(kTests),
-                         [](const auto& info) {
-                           std::string name = info.param.name;
-                           std::replace(name.begin(), name.end(), '-', '_');
-                           return "T" + name;
-                         });
-
-TEST_F(SelfTests, HostDecidesTheOutcomeOfItsOwnTests) {
-  // The library only passes the force on; a host that ignores it passes.
-  WriteFile(kMarker, "Configuration");
-  const RunResult r = RunSelfTests();
-  EXPECT_EQ(r.mask, 0);
-  EXPECT_EQ(Host().vpn_cfg_args, std::vector<int>{64});
-  EXPECT_TRUE(Host().error_modes.empty());
-}
-
-// ---------------------------------------------------------------------------
-// The marker file.
 
 // The first line must be exactly a name (its newline takes part); the
 // marker is deleted whatever it holds. No marker is the quiet case.
@@ -174,14 +128,12 @@ TEST_F(SelfTests, MarkerLineMustBeExactlyOneNameAndIsDeleted) {
   };
   for (const auto& c : cases) {
     WriteFile(kMarker, c.content);
-    const CheckResult r = CheckFail();
-    EXPECT_EQ(r.bit, c.bit) << c.content;
-    EXPECT_EQ(r.out, c.printed.empty() ? "" : "\nForcing failure of " + c.printed + "\n");
+    EXPECT_EQ(Call(fips_check_fail),
+              std::make_pair(c.bit, c.printed.empty() ? "" : "\nForcing failure of " + c.printed +
+                                                                 "\n"));
     EXPECT_FALSE(FileExists(kMarker)) << c.content;
   }
-  const CheckResult missing = CheckFail();
-  EXPECT_EQ(missing.bit, 0);
-  EXPECT_EQ(missing.out, "");
+  EXPECT_EQ(Call(fips_check_fail), std::make_pair(0, std::string()));
 }
 
 // Only a regular file of its own is read: anything else at the path is
@@ -190,32 +142,27 @@ TEST_F(SelfTests, MarkerLineMustBeExactlyOneNameAndIsDeleted) {
 TEST_F(SelfTests, MarkerThatIsNoRegularFileIsIgnoredAndSaidSo) {
   constexpr char kVictim[] = "/data/victim";
   const struct {
-    const char* kind;
     int (*make)(const char* victim);
     const char* reason;
   } cases[] = {
-      {"FIFO", [](const char*) { return mkfifo(kMarker, 0600); },
-       "it is a FIFO, not a regular file"},
-      {"symlink", [](const char* victim) { return symlink(victim, kMarker); },
+      {[](const char*) { return mkfifo(kMarker, 0600); }, "it is a FIFO, not a regular file"},
+      {[](const char* v) { return symlink(v, kMarker); },
        "it is a symbolic link, not a regular file"},
-      {"directory", [](const char*) { return mkdir(kMarker, 0755); },
-       "it is a directory, not a regular file"},
-      {"device", [](const char*) { return mknod(kMarker, S_IFCHR | 0600, makedev(1, 3)); },
+      {[](const char*) { return mkdir(kMarker, 0755); }, "it is a directory, not a regular file"},
+      {[](const char*) { return mknod(kMarker, S_IFCHR | 0600, makedev(1, 3)); },
        "it is a device, not a regular file"},
-      {"hard link", [](const char* victim) { return link(victim, kMarker); },
-       "it has other hard links"},
+      {[](const char* v) { return link(v, kMarker); }, "it has other hard links"},
   };
   for (const auto& c : cases) {
     WriteFile(kVictim, "AES");
-    ASSERT_EQ(c.make(kVictim), 0) << c.kind;
+    ASSERT_EQ(c.make(kVictim), 0) << c.reason;
     alarm(10);  // a marker read that blocks ends the test here
-    const CheckResult r = CheckFail();
+    EXPECT_EQ(Call(fips_check_fail),
+              std::make_pair(0, std::string("Ignoring /data/etc/katfail: ") + c.reason + "\n"));
     alarm(0);
-    EXPECT_EQ(r.bit, 0) << c.kind;
-    EXPECT_EQ(r.out, std::string("Ignoring /data/etc/katfail: ") + c.reason + "\n") << c.kind;
     struct stat st;
-    EXPECT_EQ(lstat(kMarker, &st), 0) << c.kind << ": left in place";
-    EXPECT_EQ(ReadFile(kVictim), "AES") << c.kind;
+    EXPECT_EQ(lstat(kMarker, &st), 0) << c.reason << ": left in place";
+    EXPECT_EQ(ReadFile(kVictim), "AES") << c.reason;
     std::filesystem::remove(kMarker);
   }
   unlink(kVictim);
@@ -225,133 +172,89 @@ TEST_F(SelfTests, MarkerThatCannotBeDeletedSaysTheFailureWillRepeat) {
   ASSERT_EQ(mount("etc", "/data/etc", "tmpfs", 0, nullptr), 0);
   WriteFile(kMarker, "RSA");
   ASSERT_EQ(mount(nullptr, "/data/etc", nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
-  const CheckResult r = CheckFail();
+  const auto r = Call(fips_check_fail);
   const bool still_there = FileExists(kMarker);
   umount("/data/etc");
-  EXPECT_EQ(r.bit, 16);
-  EXPECT_EQ(r.out,
-            "\nForcing failure of RSA\nCannot delete /data/etc/katfail (Read-only file "
-            "system): the forced failure will repeat at the next start\n");
+  EXPECT_EQ(r, std::make_pair(16, std::string("\nForcing failure of RSA\nCannot delete "
+                                              "/data/etc/katfail (Read-only file system): the "
+                                              "forced failure will repeat at the next start\n")));
   EXPECT_TRUE(still_there);
 }
 
-// ---------------------------------------------------------------------------
-// Failures reported by the host, and the error text.
-
-TEST_F(SelfTests, FirmwareFailureDoesNotStopTheRngTest) {
+// Any host result of 1 or more passes; firmware failing does not stop the
+// RNG test; the error text lists messages in its table's order.
+TEST_F(SelfTests, HostResultsBelowOneFailAndEveryTestStillRuns) {
+  Host().vpn_cfg_result = 2;
   Host().firmware_result = 0;
   Host().rng_result = -1;
   Host().log_result = 3;  // only a negative result means the log failed
-  const RunResult r = RunSelfTests();
-  EXPECT_EQ(r.mask, 33);
-  EXPECT_EQ(r.out, ExpectedRun(33));
+  EXPECT_EQ(Call(fips_self_tests), std::make_pair(33, ExpectedRun(33)));
   EXPECT_EQ(Host().rng_args.size(), 1u);
-  const std::string text =
-      "FIPS error: Firmware integrity test failed, RNG self-test failed";
+  const std::string text = "FIPS error: Firmware integrity test failed, RNG self-test failed";
   EXPECT_EQ(Host().logged, std::vector<std::string>{text});
   EXPECT_EQ(Host().error_modes, (ErrorModes{{-3, text}}));
 }
 
-TEST_F(SelfTests, AnyHostResultOfOneOrMorePasses) {
-  Host().vpn_cfg_result = 2;
-  Host().firmware_result = 7;
-  Host().rng_result = 1;
-  EXPECT_EQ(RunSelfTests().mask, 0);
-  Host().vpn_cfg_result = 0;
-  EXPECT_EQ(RunSelfTests().mask, 64);
-}
-
-TEST_F(SelfTests, FailedLogIsReportedAndErrorModeStillEntered) {
+TEST_F(SelfTests, FailedLogIsReportedWithoutLineEndAndErrorModeStillEntered) {
   Host().log_result = -1;
   WriteFile(kMarker, "RSA");
-  const RunResult r = RunSelfTests();
   const std::string text = "FIPS error: RSA self-test failed";
-  // The message has no line end of its own.
-  EXPECT_EQ(r.out, "\nForcing failure of RSA\n" + ExpectedRun(16) +
-                       "Failed to log self-test failure: " + text);
+  EXPECT_EQ(Call(fips_self_tests),
+            std::make_pair(16, "\nForcing failure of RSA\n" + ExpectedRun(16) +
+                                   "Failed to log self-test failure: " + text));
   EXPECT_EQ(Host().error_modes, (ErrorModes{{-3, text}}));
 }
 
-TEST(ErrorText, ListsMessagesInTableOrder) {
+TEST(ErrorText, ListsMessagesInTableOrderAndNeverExceedsTheSize) {
   EXPECT_EQ(ErrorText(0), "FIPS error: ");
-  EXPECT_EQ(ErrorText(16), "FIPS error: RSA self-test failed");
-  EXPECT_EQ(ErrorText(33),
-            "FIPS error: Firmware integrity test failed, RNG self-test failed");
-  EXPECT_EQ(ErrorText(66),
-            "FIPS error: AES self-test failed, Configuration Integrity test failed");
+  EXPECT_EQ(ErrorText(256), "FIPS error: ");  // bits of no test add nothing
+  EXPECT_EQ(ErrorText(66), "FIPS error: AES self-test failed, Configuration Integrity test failed");
   const std::string all =
       "FIPS error: Firmware integrity test failed, AES self-test failed, "
-      "SHA1 HMAC self-test failed, SHA256 HMAC self-test failed, "
-      "3DES self-test failed, RSA self-test failed, RNG self-test failed, "
-      "Configuration Integrity test failed";
-  EXPECT_EQ(ErrorText(255), all);
-  EXPECT_EQ(ErrorText(0xffffffffu), all);  // bits of no test add nothing
-  EXPECT_EQ(ErrorText(256), "FIPS error: ");
-}
-
-TEST(ErrorText, NeverExceedsTheGivenSize) {
-  const std::string all = ErrorText(255);
+      "SHA1 HMAC self-test failed, SHA256 HMAC self-test failed, 3DES self-test failed, "
+      "RSA self-test failed, RNG self-test failed, Configuration Integrity test failed";
+  EXPECT_EQ(ErrorText(0xffffffffu), all);
   for (std::size_t size = 0; size <= all.size() + 2; ++size) {
     std::string buf(all.size() + 8, '\x7f');
     get_self_test_errstr(255, buf.data(), size);
-    if (size == 0) {
-      EXPECT_EQ(buf, std::string(all.size() + 8, '\x7f'));
-      continue;
-    }
-    const std::string expected = all.substr(0, size - 1);
-    EXPECT_EQ(std::string(buf.c_str()), expected) << "size " << size;
-    // Nothing past the terminator was touched.
-    EXPECT_EQ(buf.find_first_not_of('\x7f', expected.size() + 1), std::string::npos)
-        << "size " << size;
+    const std::string expected = size ? all.substr(0, size - 1) + '\0' : "";
+    EXPECT_EQ(buf.substr(0, expected.size()), expected) << size;
+    EXPECT_EQ(buf.find_first_not_of('\x7f', expected.size()), std::string::npos) << size;
   }
 }
 
-// ---------------------------------------------------------------------------
-// Configuration checks outside the start-up run.
-
-// Only a result of exactly 1 passes here (2 passes the start-up run); a
-// failure is reported as the mode says, and enters the error mode.
+// Only a result of exactly 1 passes here (2 passes the start-up run); it
+// is never forced, a failure is reported as the mode says, and enters the
+// error mode.
 TEST_F(SelfTests, CheckConfigPassesOnlyOnExactlyOneAndReportsByMode) {
+  WriteFile(kMarker, "Configuration");
   const std::string report = "\nConfiguration Integrity check failed\n";
-  struct Case {
+  const struct {
     int host_result, mode, result;
-    std::string printed;
-    std::vector<std::string> host_messages;
-  };
-  for (const Case& c : {Case{1, 1, 0, "", {}}, Case{2, 2, -1, report, {}},
-                        Case{0, 1, -1, "", {report}}, Case{0, 0, -1, "", {}},
-                        Case{0, 3, -1, "", {}}, Case{0, -1, -1, "", {}}}) {
+    std::string printed, host_message;
+  } cases[] = {{1, 1, 0, "", ""},         {2, 2, -1, report, ""}, {0, 1, -1, "", report},
+               {0, 0, -1, "", ""},        {0, 3, -1, "", ""},     {0, -1, -1, "", ""}};
+  for (const auto& c : cases) {
     ResetHost();
     Host().vpn_cfg_result = c.host_result;
-    const std::string out =
-        CaptureStdout([&] { EXPECT_EQ(fips_check_config(c.mode), c.result); });
-    EXPECT_EQ(out, c.printed) << "mode " << c.mode;
-    EXPECT_EQ(Host().messages, c.host_messages) << "mode " << c.mode;
-    EXPECT_EQ(Host().vpn_cfg_args, std::vector<int>{0});
-    EXPECT_EQ(Host().error_modes,
-              (c.result == 0 ? ErrorModes{} : ErrorModes{{-4, "configuration"}}));
+    int result = 0;
+    EXPECT_EQ(CaptureStdout([&] { result = fips_check_config(c.mode); }), c.printed);
+    EXPECT_EQ(result, c.result) << c.mode;
+    EXPECT_EQ(Host().messages, c.host_message.empty() ? std::vector<std::string>{}
+                                                      : std::vector<std::string>{report});
+    EXPECT_EQ(Host().vpn_cfg_args, Ints{0});
+    EXPECT_EQ(Host().error_modes, (c.result ? ErrorModes{{-4, "configuration"}} : ErrorModes{}));
   }
-}
-
-TEST_F(SelfTests, CheckConfigIsNeverForcedAndLeavesTheMarker) {
-  WriteFile(kMarker, "Configuration");
-  EXPECT_EQ(fips_check_config(0), 0);
-  EXPECT_EQ(Host().vpn_cfg_args, std::vector<int>{0});
   EXPECT_TRUE(FileExists(kMarker));
 }
 
 TEST_F(SelfTests, UpdateConfigHashesOnlyInFipsCcMode) {
-  EXPECT_EQ(fips_update_config(), 0);
-  EXPECT_EQ(Host().hash_cfg_args, std::vector<int>{0});
-
-  ResetHost();
-  Host().fips_cc_enabled = 0;
-  EXPECT_EQ(fips_update_config(), 0);
-  EXPECT_TRUE(Host().hash_cfg_args.empty());
-
-  Host().fips_cc_enabled = -1;  // any non-zero value means on
-  EXPECT_EQ(fips_update_config(), 0);
-  EXPECT_EQ(Host().hash_cfg_args, std::vector<int>{0});
+  for (int enabled : {1, 0, -1}) {
+    ResetHost();
+    Host().fips_cc_enabled = enabled;
+    EXPECT_EQ(fips_update_config(), 0);
+    EXPECT_EQ(Host().hash_cfg_args, enabled ? Ints{0} : Ints{}) << enabled;
+  }
 }
 
 }  // namespace
