@@ -6,13 +6,6 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstdint>
-#include <filesystem>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "fipsval.h"
 #include "selftest/selftest.h"
 #include "tests/support/host_doubles.h"
@@ -28,8 +21,7 @@ using ErrorModes = std::vector<std::pair<int, std::string>>;
 // The eight tests in the order they run; a host test has its double's
 // result field.
 struct Expected {
-  const char* label;
-  const char* name;
+  const char *label, *name;
   int bit;
   const char* message;
   int HostDoubles::*host_result;
@@ -64,9 +56,9 @@ std::pair<int, std::string> Call(int (*fn)()) {
 }
 
 std::string ErrorText(uint32_t mask) {
-  std::array<char, 900> buf;
-  get_self_test_errstr(mask, buf.data(), buf.size());
-  return buf.data();
+  char buf[900];
+  get_self_test_errstr(mask, buf, sizeof buf);
+  return buf;
 }
 
 class SelfTests : public ::testing::Test {
@@ -123,9 +115,7 @@ TEST_F(SelfTests, MarkerLineMustBeExactlyOneNameAndIsDeleted) {
   } cases[] = {
       {"RSA", 16, "RSA"}, {"", 0, ""}, {"RSA\n", 0, "RSA\n"}, {"RSA\nAES", 0, "RSA\n"},
       {"Configuration\r\n", 0, "Configuration\r\n"}, {long_line, 0, long_line.substr(0, 63)},
-      {"AESx", 0, "AESx"}, {"AE", 0, "AE"}, {"AES ", 0, "AES "}, {" AES", 0, " AES"},
-      {"aes", 0, "aes"}, {"SHA1", 0, "SHA1"}, {"Firmware", 0, "Firmware"},
-  };
+      {"AESx", 0, "AESx"}, {"AE", 0, "AE"}, {" AES", 0, " AES"}, {"aes", 0, "aes"}};
   for (const auto& c : cases) {
     WriteFile(kMarker, c.content);
     EXPECT_EQ(Call(fips_check_fail),
@@ -163,7 +153,7 @@ TEST_F(SelfTests, MarkerThatIsNoRegularFileIsIgnoredAndSaidSo) {
     struct stat st;
     EXPECT_EQ(lstat(kMarker, &st), 0) << c.reason << ": left in place";
     EXPECT_EQ(ReadFile(kVictim), "AES") << c.reason;
-    std::filesystem::remove(kMarker);
+    std::remove(kMarker);
   }
   unlink(kVictim);
 }
@@ -232,8 +222,8 @@ TEST_F(SelfTests, CheckConfigPassesOnlyOnExactlyOneAndReportsByMode) {
   const struct {
     int host_result, mode, result;
     std::string printed, host_message;
-  } cases[] = {{1, 1, 0, "", ""},         {2, 2, -1, report, ""}, {0, 1, -1, "", report},
-               {0, 0, -1, "", ""},        {0, 3, -1, "", ""},     {0, -1, -1, "", ""}};
+  } cases[] = {{1, 1, 0, "", ""}, {2, 2, -1, report, ""}, {0, 1, -1, "", report},
+               {0, 0, -1, "", ""}, {0, 3, -1, "", ""}, {0, -1, -1, "", ""}};
   for (const auto& c : cases) {
     ResetHost();
     Host().vpn_cfg_result = c.host_result;
