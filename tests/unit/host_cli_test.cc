@@ -1,332 +1,322 @@
-// The reference host program as a user runs it: fipsval's commands, its
-// callbacks' real behaviour, its exit statuses and messages.
-#include <fcntl.h>
+// The reference host program as a user runs it: its commands, callbacks,
+// exit statuses and streams, on an intact, a broken and a hostile machine
+// (entries planted by user nobody where the machine has a second user).
+#include <gtest/gtest.h>
 #include <openssl/sha.h>
-#include <spawn.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
+#include <random>
 
-#include <cstdio>
-#include <string>
-#include <vector>
-
+#include "host/core/entropy_source.h"
 #include "host/core/host_settings.h"
 #include "tests/support/test_env.h"
-
-extern char** environ;
 
 namespace fipsval::testing {
 namespace {
 
 struct Result {
-  int status = -1;
+  int status;
   std::string out, err;
 };
 
-Result Fipsval(std::vector<std::string> args) {
-  args.insert(args.begin(), FIPSVAL_CLI);
-  std::vector<char*> argv;
-  for (std::string& a : args) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/tmp/cli.out",
-                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addopen(&actions, 2, "/tmp/cli.err",
-                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  pid_t pid;
-  Result r;
-  if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0) {
-    int status = 0;
-    waitpid(pid, &status, 0);
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+// Runs fipsval; one still going after 20 s is killed (status 137), so that
+// a run that blocks fails the test instead of hanging it.
+Result Fipsval(const std::vector<std::string>& args) {
+  std::string line = "timeout -s KILL 20 " FIPSVAL_CLI;
+  for (const std::string& a : args) {
+    line += " '";
+    for (char c : a) line += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    line += "'";
   }
-  posix_spawn_file_actions_destroy(&actions);
-  r.out = ReadFile("/tmp/cli.out");
-  r.err = ReadFile("/tmp/cli.err");
-  return r;
+  const int status = std::system((line + " >/tmp/cli.out 2>/tmp/cli.err").c_str());
+  return {WEXITSTATUS(status), ReadFile("/tmp/cli.out"), ReadFile("/tmp/cli.err")};
+}
+bool Has(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+bool AsNobody(const std::string& command) {
+  return std::system(("setpriv --reuid=65534 --regid=65534 --clear-groups sh -c '" + command +
+                      "'").c_str()) == 0;
 }
 
-std::string Label(const char* text) {
-  std::string label = text;
-  label.resize(46, ' ');
-  return label;
-}
-
-constexpr const char* kLabels[] = {
-    "Running Configuration Integrity test...", "Running AES test...",
-    "Running SHA1 HMAC test...",              "Running SHA256 HMAC test...",
-    "Running 3DES test...",                   "Running RSA test...",
-    "Running Firmware integrity test...",     "Running RNG test..."};
-
-std::string Report(const std::string& failed_label = "") {
+std::string Report(const std::string& failed = "") {
   std::string text = "\nFIPS-CC mode: Starting self-tests.\n";
-  for (const char* label : kLabels) {
-    text += Label(label) + (failed_label == label ? "failed\n" : "passed\n");
+  for (std::string label : {"Configuration Integrity", "AES", "SHA1 HMAC", "SHA256 HMAC", "3DES",
+                            "RSA", "Firmware integrity", "RNG"}) {
+    const bool fails = label == failed;
+    label = ("Running " + label + " test...").append(46, ' ').substr(0, 46);
+    text += label + (fails ? "failed\n" : "passed\n");
   }
-  return text + (failed_label.empty() ? "Self-tests passed\n" : "Self-tests failed\n");
+  return text + (failed.empty() ? "Self-tests passed\n" : "Self-tests failed\n");
 }
 
-void StoreSha256(const std::string& file, const std::string& digest_file) {
+void StoreSha256(const std::string& file) {
   const std::string content = ReadFile(file);
   unsigned char md[32];
   SHA256(reinterpret_cast<const unsigned char*>(content.data()), content.size(), md);
-  char hex[65];
-  for (int i = 0; i < 32; ++i) std::snprintf(hex + 2 * i, 3, "%02x", md[i]);
-  WriteFile(digest_file, std::string(hex) + "  " + file + "\n");
+  WriteFile(file + ".sha256", Hex(md) + "  " + file + "\n");
 }
 
-// A data directory of the test's own, with a configuration and a firmware
-// image whose digests are stored.
+// A data directory of the test's own: a configuration and a firmware image
+// with their stored digests.
 class HostCli : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::system("rm -rf /tmp/host /data/etc/katfail");
-    mkdir("/tmp/host", 0755);
+    std::system("rm -rf /tmp/host /tmp/tree /data/etc/katfail; mkdir /tmp/host");
+    chmod("/data/etc", 0755);
     WriteFile(cfg_, "tunnel office { remote vpn.example.net }\n");
-    WriteFile(firmware_, std::string(4096, '\x5a'));
-    StoreSha256(cfg_, cfg_ + ".sha256");
-    StoreSha256(firmware_, firmware_ + ".sha256");
+    WriteFile("/tmp/host/fw.img", std::string(4096, 'Z'));
+    StoreSha256(cfg_);
+    StoreSha256("/tmp/host/fw.img");
   }
   Result Run(std::vector<std::string> args) {
-    std::vector<std::string> all = {"--data-dir", "/tmp/host", "--config", cfg_,
-                                    "--firmware", firmware_, "--firmware-digest",
-                                    firmware_ + ".sha256"};
-    all.insert(all.end(), args.begin(), args.end());
-    return Fipsval(all);
+    args.insert(args.begin(), {"--data-dir", "/tmp/host", "--config", cfg_, "--firmware",
+                               "/tmp/host/fw.img", "--firmware-digest", "/tmp/host/fw.img.sha256"});
+    return Fipsval(args);
   }
   const std::string cfg_ = "/tmp/host/vpn.cfg";
-  const std::string firmware_ = "/tmp/host/firmware.img";
 };
 
-TEST(HostCliDefaults, SelftestPassesWithTheBuiltInDataDirectory) {
-  const Result r = Fipsval({"selftest"});
+TEST_F(HostCli, SelftestPassesAndEachForcedFailureEntersTheErrorMode) {
+  Result r = Fipsval({"selftest"});  // the built-in data directory
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, Report());
-}
-
-TEST_F(HostCli, ForcedRsaFailureEntersTheErrorMode) {
-  const Result r = Run({"selftest", "--force", "RSA"});
-  EXPECT_EQ(r.status, 3);
-  EXPECT_EQ(r.out, "\nForcing failure of RSA\n" + Report("Running RSA test..."));
-  EXPECT_NE(r.err.find("mask 16"), std::string::npos) << r.err;
-  EXPECT_FALSE(FileExists("/data/etc/katfail"));
-  EXPECT_NE(ReadFile("/tmp/host/fips-errors.log").find(" FIPS error: RSA self-test failed\n"),
-            std::string::npos);
-  EXPECT_EQ(ReadFile("/tmp/host/error-mode"), "-3 FIPS error: RSA self-test failed\n");
-}
-
-TEST_F(HostCli, EachCallbackHonoursItsForcedFailure) {
   const struct {
-    const char* name;
-    const char* label;
-    const char* mask;
-  } cases[] = {{"Configuration", "Running Configuration Integrity test...", "mask 64"},
-               {"Firmware-integrity", "Running Firmware integrity test...", "mask 1"},
-               {"RNG", "Running RNG test...", "mask 32"}};
+    const char *name, *test, *mask, *message;
+  } cases[] = {{"RSA", "RSA", "mask 16", "RSA self-test failed"},
+               {"Configuration", "Configuration Integrity", "mask 64",
+                "Configuration Integrity test failed"},
+               {"Firmware-integrity", "Firmware integrity", "mask 1",
+                "Firmware integrity test failed"},
+               {"RNG", "RNG", "mask 32", "RNG self-test failed"}};
   for (const auto& c : cases) {
-    const Result r = Run({"selftest", "--force", c.name});
+    r = Run({"selftest", "--force", c.name});
     EXPECT_EQ(r.status, 3) << c.name;
-    EXPECT_EQ(r.out, "\nForcing failure of " + std::string(c.name) + "\n" + Report(c.label));
-    EXPECT_NE(r.err.find(c.mask), std::string::npos) << r.err;
-    EXPECT_NE(r.err.find("forced failure"), std::string::npos) << r.err;
+    EXPECT_EQ(r.out, "\nForcing failure of " + std::string(c.name) + "\n" + Report(c.test));
+    EXPECT_TRUE(Has(r.err, c.mask)) << r.err;
+    EXPECT_TRUE(Has(ReadFile("/tmp/host/fips-errors.log"), std::string(" FIPS error: ") +
+                                                               c.message + "\n"));
+    EXPECT_EQ(ReadFile("/tmp/host/error-mode"), std::string("-3 FIPS error: ") + c.message + "\n");
+    EXPECT_FALSE(FileExists("/data/etc/katfail"));
+  }
+  r = Run({"--error-log", "/nonexistent/log", "selftest", "--force", "AES"});
+  EXPECT_EQ(r.status, 3);
+  EXPECT_TRUE(Has(r.out, "Failed to log self-test failure: FIPS error: AES self-test failed"));
+  EXPECT_TRUE(Has(r.err, "cannot open the error log")) << r.err;
+  r = Fipsval({"kat", "aes", "rsa"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out + r.err, "aes          passed\nrsa          passed\n");
+  EXPECT_EQ(Fipsval({"kat", "--force", "3des"}).out, "3des         failed\n");
+}
+
+TEST_F(HostCli, ForceRefusesNamesTheLibraryWouldNotMatch) {
+  const struct {
+    std::vector<std::string> args;
+    std::string says;
+  } cases[] = {
+      {{"--force", "aes"}, "unknown test name \"aes\" (did you mean AES?)"},
+      {{"--force", "RSA\n"}, "unknown test name \"RSA\\n\""},
+      {{"--force", ""}, "unknown test name \"\""},
+      {{"--force", "firmware"}, "unknown test name \"firmware\"; names are exact: AES SHA1-HMAC "
+                                "SHA256-HMAC 3DES RSA RNG Firmware-integrity Configuration"},
+      {{"--force"}, "--force needs a test name"},
+      {{"--force", "AES", "--force", "RSA"}, "only one test can be forced"}};
+  for (auto c : cases) {
+    c.args.insert(c.args.begin(), "selftest");
+    const Result r = Fipsval(c.args);
+    EXPECT_EQ(r.status, 2) << c.says;
+    EXPECT_TRUE(Has(r.err, c.says)) << r.err;
+    EXPECT_EQ(r.out, "") << c.says;
+    EXPECT_FALSE(FileExists("/data/etc/katfail")) << c.says;
   }
 }
 
-TEST_F(HostCli, ChangedConfigurationFailsUntilRehashed) {
+// Another user who can write in /data/etc plants an entry at the marker's
+// path: neither `selftest --force` nor the library goes through it, waits
+// on it, or shows the victim's content.
+TEST_F(HostCli, EntriesPlantedAtTheMarkerAreNeitherFollowedNorWaitedOn) {
+  if (!AsNobody("true")) GTEST_SKIP() << "no second uid (setpriv as nobody failed)";
+  WriteFile("/tmp/victim", "secret first line\n");
+  chmod("/tmp/victim", 0600);
+  for (const auto& [plant, reason] :
+       {std::pair{"ln -s /tmp/victim /data/etc/katfail", "it is a symbolic link"},
+        std::pair{"mkfifo /data/etc/katfail", "it is a FIFO"}}) {
+    chmod("/data/etc", 0777);
+    ASSERT_TRUE(AsNobody(plant)) << plant;
+    chmod("/data/etc", 0755);
+    Result r = Fipsval({"selftest", "--force", "AES"});
+    EXPECT_EQ(r.status, 1) << plant;
+    EXPECT_TRUE(Has(r.err, std::string("cannot write the forced-failure marker "
+                                       "/data/etc/katfail: ") + reason + ", not a regular file"))
+        << r.err;
+    EXPECT_EQ(r.out, "") << plant;
+    r = Fipsval({"selftest"});
+    EXPECT_EQ(r.status, 0) << plant << r.err;
+    EXPECT_EQ(r.out, std::string("Ignoring /data/etc/katfail: ") + reason +
+                         ", not a regular file\n" + Report());
+    EXPECT_FALSE(Has(r.err, "secret")) << plant;
+    EXPECT_EQ(ReadFile("/tmp/victim"), "secret first line\n") << plant;
+    unlink("/data/etc/katfail");
+  }
+}
+
+TEST_F(HostCli, ConfigurationChecksFailUntilRehashedAndAnUnstoredDigestFails) {
   WriteFile(cfg_, "tunnel office { remote evil.example.net }\n");
   Result r = Run({"selftest"});
   EXPECT_EQ(r.status, 3);
-  EXPECT_EQ(r.out, Report("Running Configuration Integrity test..."));
-  EXPECT_NE(r.err.find("does not match"), std::string::npos) << r.err;
-
+  EXPECT_EQ(r.out, Report("Configuration Integrity"));
+  EXPECT_TRUE(Has(r.err, "does not match")) << r.err;
   r = Run({"check-config", "--mode", "2"});
   EXPECT_EQ(r.status, 3);
   EXPECT_EQ(r.out, "\nConfiguration Integrity check failed\n");
   EXPECT_EQ(ReadFile("/tmp/host/error-mode"), "-4 configuration\n");
-
   r = Run({"check-config", "--mode", "1"});
   EXPECT_EQ(r.out, "");
-  EXPECT_NE(r.err.find("\nConfiguration Integrity check failed\n"), std::string::npos);
-
-  r = Run({"update-config"});
-  EXPECT_EQ(r.status, 0) << r.err;
-  r = Run({"check-config"});
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(Run({"selftest"}).status, 0);
-}
-
-TEST_F(HostCli, UpdateConfigDoesNothingOutsideFipsCcMode) {
-  WriteFile(cfg_, "changed\n");
-  const Result r = Run({"--fips-cc", "off", "update-config"});
+  EXPECT_TRUE(Has(r.err, "\nConfiguration Integrity check failed\n"));
+  r = Run({"--fips-cc", "off", "update-config"});
   EXPECT_EQ(r.status, 0);
-  EXPECT_NE(r.err.find("FIPS-CC mode is off"), std::string::npos);
+  EXPECT_TRUE(Has(r.err, "FIPS-CC mode is off"));
   EXPECT_EQ(Run({"check-config"}).status, 3);
-}
 
-TEST_F(HostCli, MissingFilesFailTheirTestWithAClearMessage) {
+  const std::string digest = cfg_ + ".sha256";
+  r = Run({"--config-digest", digest, "update-config"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(Has(r.err, "stored the SHA-256 of " + cfg_)) << r.err;
+  EXPECT_EQ(Run({"check-config"}).status, 0);
+  EXPECT_EQ(Run({"selftest"}).status, 0);
+  // The stored digest is right now, which must not pass for a new one.
+  ASSERT_EQ(mount(digest.c_str(), digest.c_str(), nullptr, MS_BIND, nullptr), 0);
+  mount(nullptr, digest.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr);
+  r = Run({"--config-digest", digest, "update-config"});
+  umount(digest.c_str());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(Has(r.err, "cannot write " + digest + ": Read-only file system")) << r.err;
+  EXPECT_FALSE(Has(r.err, "stored")) << r.err;
+
   std::remove(cfg_.c_str());
-  std::remove((firmware_ + ".sha256").c_str());
-  const Result r = Run({"selftest"});
+  std::remove("/tmp/host/fw.img.sha256");
+  r = Run({"selftest"});
   EXPECT_EQ(r.status, 3);
-  EXPECT_NE(r.err.find("configuration integrity: cannot read " + cfg_),
-            std::string::npos) << r.err;
-  EXPECT_NE(r.err.find("firmware integrity: cannot read the stored digest"),
-            std::string::npos) << r.err;
-  EXPECT_NE(r.err.find("mask 65"), std::string::npos) << r.err;
+  EXPECT_TRUE(Has(r.err, "configuration integrity: cannot read " + cfg_)) << r.err;
+  EXPECT_TRUE(Has(r.err, "firmware integrity: cannot read the stored digest")) << r.err;
+  EXPECT_TRUE(Has(r.err, "mask 65")) << r.err;
   EXPECT_EQ(Run({"update-config"}).status, 1);
 }
 
-TEST_F(HostCli, UnwritableErrorLogIsReportedAndTheErrorModeStillEntered) {
-  const Result r = Run({"--error-log", "/nonexistent/dir/log", "selftest",
-                        "--force", "AES"});
-  EXPECT_EQ(r.status, 3);
-  EXPECT_NE(r.out.find("Failed to log self-test failure: FIPS error: AES self-test failed"),
-            std::string::npos) << r.out;
-  EXPECT_NE(r.err.find("cannot open the error log"), std::string::npos);
-}
-
-TEST(HostCliEntropy, WritesTheRequestedSamples) {
+TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
   ResetVectorDirs();
-  const Result r = Fipsval({"entropy", "3"});
-  EXPECT_EQ(r.status, 0) << r.err;
+  std::system("mkdir -p /tmp/empty /tmp/tree/SHA/req && touch /tmp/tree/SHA/req/SHA1Monte.req");
+  ASSERT_EQ(mount("/tmp/tree", "/tmp/tree", nullptr, MS_BIND, nullptr), 0);
+  mount(nullptr, "/tmp/tree", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr);
+  const struct {
+    std::vector<std::string> args;
+    int status;
+    const char* says;
+  } cases[] = {{{"run", "--suite", "NOPE", "/tmp"}, 2, "unknown suite"},
+               {{"run", "--list", "nope", "/tmp"}, 2, "unknown list"},
+               {{"run", "/tmp/empty"}, 1, "has no request folders"},
+               {{"run", "--suite", "SHA1", "/tmp/tree"}, 1, "use --output DIR"},
+               {{"entropy", "many"}, 2, ""},
+               {{"frobnicate"}, 2, "(see fipsval --help)"},
+               {{}, 2, "(see fipsval --help)"},
+               {{"help", "nope"}, 2, "(see fipsval --help)"}};
+  for (const auto& c : cases) {
+    const Result r = Fipsval(c.args);
+    EXPECT_EQ(r.status, c.status) << c.says;
+    EXPECT_EQ(r.out, "") << c.says;
+    EXPECT_TRUE(Has(r.err, c.says)) << r.err;
+  }
+  umount("/tmp/tree");
+  EXPECT_FALSE(FileExists("/tmp/tree/SHA/resp"));
+  EXPECT_EQ(Fipsval({"entropy", "3"}).status, 0);
   const std::string samples = ReadFile("/tmp/resp/entropy_samples");
   EXPECT_EQ(samples.substr(0, 23), "Min-Entropy Total = 3\r\n");
-  EXPECT_EQ(samples.size(), 23u + 3 * (1280 + 2));
-  EXPECT_EQ(Fipsval({"entropy", "many"}).status, 2);
+  EXPECT_EQ(samples.size(), 23u + 3 * 1282);
 }
 
-TEST(HostCliRun, UserErrorsGiveOneLineAndAnExitStatus) {
-  ResetVectorDirs();
-  Result r = Fipsval({"run", "--suite", "NOPE", "/tmp"});
-  EXPECT_EQ(r.status, 2);
-  EXPECT_NE(r.err.find("unknown suite"), std::string::npos);
-  r = Fipsval({"run", "--list", "nope", "/tmp"});
-  EXPECT_EQ(r.status, 2);
-  EXPECT_NE(r.err.find("unknown list"), std::string::npos);
-
-  mkdir("/tmp/empty-tree", 0755);
-  r = Fipsval({"run", "/tmp/empty-tree"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("has no request folders"), std::string::npos) << r.err;
-
-  std::system("mkdir -p /tmp/tree/SHA/req && printf 'x\\r\\n' > /tmp/tree/SHA/req/SHA1Monte.req");
-  ASSERT_EQ(mount("/tmp/tree", "/tmp/tree", nullptr, MS_BIND, nullptr), 0);
-  ASSERT_EQ(mount(nullptr, "/tmp/tree", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
-  r = Fipsval({"run", "--suite", "SHA1", "/tmp/tree"});
-  umount("/tmp/tree");
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("use --output DIR"), std::string::npos) << r.err;
-  EXPECT_FALSE(FileExists("/tmp/tree/SHA/resp"));
-}
-
-TEST(HostCliRun, StagesCollectsAndCleansUp) {
-  ResetVectorDirs();
-  std::system("rm -rf /tmp/tree && mkdir -p /tmp/tree/HMAC/req");
-  WriteFile("/tmp/tree/HMAC/req/HMAC.req", Crlf("[L=20]\n\nCount = 0\nKlen = 4\nTlen = 20\n"
-                                               "Key = 4a656665\nMsg = 00\n"));
-  const Result r = Fipsval({"run", "--suite", "HMAC", "/tmp/tree"});
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_TRUE(FileExists("/tmp/tree/HMAC/resp/HMAC.rsp"));
-  EXPECT_FALSE(FileExists("/tmp/req/HMAC.req"));
-  EXPECT_FALSE(FileExists("/tmp/resp/HMAC.rsp"));
-}
-
-TEST(HostCliHelp, SaysWhatEachCommandDoesTheFixedPathsAndExitCodes) {
+TEST(HostCliHelp, HelpVersionAndQuietVerboseAnywhere) {
   const Result r = Fipsval({"--help"});
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.err, "");
   for (const char* text : {"/tmp/req", "/tmp/resp", "/data/etc/katfail", "/dev/urandom",
-                           "exit status", "selftest", "verify", "-q, --quiet",
-                           "-v, --verbose", "--version", "/var/lib/fipsval",
-                           "/etc/fipsval/vpn.cfg", "\nCTR_DRBG tests: "}) {
-    EXPECT_NE(r.out.find(text), std::string::npos) << text;
+                           "exit status", "-q, --quiet", "-v, --verbose", "--version",
+                           "/var/lib/fipsval", "/etc/fipsval/vpn.cfg", "\nCTR_DRBG tests: "}) {
+    EXPECT_TRUE(Has(r.out, text)) << text;
   }
-  EXPECT_EQ(r.out.find("CTR_DRBG tests on this machine"), std::string::npos);
-  const Result entropy = Fipsval({"help", "entropy"});
-  EXPECT_NE(entropy.out.find("\"Min-Entropy Total = COUNT\""), std::string::npos);
-  EXPECT_NE(entropy.out.find("1280 lower-case hex digits"), std::string::npos);
-  const Result run = Fipsval({"run", "--help"});
-  EXPECT_NE(run.out.find("Exit: 0"), std::string::npos);
-  // Usage errors: a message on standard error, nothing on standard output.
-  for (const std::vector<std::string>& args :
-       std::vector<std::vector<std::string>>{{"frobnicate"}, {}, {"help", "nope"}}) {
-    const Result bad = Fipsval(args);
-    EXPECT_EQ(bad.status, 2);
-    EXPECT_EQ(bad.out, "");
-    EXPECT_NE(bad.err.find("(see fipsval --help)"), std::string::npos) << bad.err;
-  }
-}
+  EXPECT_FALSE(Has(r.out, "CTR_DRBG tests on this machine"));
+  const std::string entropy = Fipsval({"help", "entropy"}).out;
+  EXPECT_TRUE(Has(entropy, "\"Min-Entropy Total = COUNT\"") && Has(entropy, "1280 lower-case hex"));
+  EXPECT_TRUE(Has(Fipsval({"run", "--help"}).out, "Exit: 0"));
 
-TEST(HostCliOptions, VersionIsTheProjectsAndQuietVerboseStandAnywhere) {
   const std::string cmake = ReadFile(FIPSVAL_SOURCE_DIR "/CMakeLists.txt");
-  const std::size_t at = cmake.find("project(fipsval VERSION ");
-  ASSERT_NE(at, std::string::npos);
-  const std::string version = cmake.substr(at + 24, cmake.find_first_of(" )", at + 24) - at - 24);
-  const Result r = Fipsval({"list", "--version"});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.out, "fipsval " + version + "\n");
-
+  const std::size_t at = cmake.find("project(fipsval VERSION ") + 24;
+  EXPECT_EQ(Fipsval({"list", "--version"}).out,
+            "fipsval " + cmake.substr(at, cmake.find_first_of(" )", at) - at) + "\n");
   const Result list = Fipsval({"list"});
   ASSERT_EQ(list.status, 0) << list.err;
-  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-           {"-q", "list"}, {"list", "-v"}, {"--quiet", "list", "--verbose"}}) {
-    const Result same = Fipsval(args);
-    EXPECT_EQ(same.status, 0) << args[0] << same.err;
-    EXPECT_EQ(same.out, list.out);
+  for (auto args : {std::vector<std::string>{"-q", "list"}, {"list", "-v"},
+                    {"--quiet", "list", "--verbose"}}) {
+    EXPECT_EQ(Fipsval(args).out, list.out) << args[0];
+  }
+
+  // The README shows the example host the install test builds, verbatim,
+  // and its command table has every command of the help.
+  const std::string readme = ReadFile(FIPSVAL_SOURCE_DIR "/README.md");
+  const std::string example = ReadFile(FIPSVAL_SOURCE_DIR "/tests/install/example_host.c");
+  EXPECT_TRUE(!example.empty() && Has(readme, "```c\n" + example + "```\n"));
+  std::size_t line = r.out.find("commands:\n");
+  ASSERT_NE(line, std::string::npos);
+  for (line += 10; r.out.compare(line, 2, "  ") == 0; line = r.out.find('\n', line) + 1) {
+    const std::string name = r.out.substr(line + 2, r.out.find_first_of(" \n", line + 2) - line - 2);
+    EXPECT_TRUE(Has(readme, "| `" + name)) << name;
   }
 }
 
 // Where an installed program looks for its files, by where it is installed.
-TEST(HostCliLocations, FollowTheInstallationPrefix) {
-  const struct {
-    const char* bin;
-    const char* data_dir;
-    const char* config;
-    const char* samples;
-  } cases[] = {
-      {"/usr/bin", "/var/lib/fipsval", "/etc/fipsval/vpn.cfg", "/usr/share/fipsval/samples"},
-      {"/usr/local/bin", "/usr/local/var/lib/fipsval", "/usr/local/etc/fipsval/vpn.cfg",
-       "/usr/local/share/fipsval/samples"},
-      {"/tmp/root/usr/bin/", "/tmp/root/var/lib/fipsval", "/tmp/root/etc/fipsval/vpn.cfg",
-       "/tmp/root/usr/share/fipsval/samples"},
-      {"/opt/fv/bin", "/opt/fv/var/lib/fipsval", "/opt/fv/etc/fipsval/vpn.cfg",
-       "/opt/fv/share/fipsval/samples"},
-  };
-  for (const auto& c : cases) {
-    const host::DefaultLocations d = host::DefaultLocationsFor(c.bin);
-    EXPECT_FALSE(d.build_tree) << c.bin;
-    EXPECT_EQ(d.data_dir, c.data_dir);
-    EXPECT_EQ(d.config, c.config);
-    EXPECT_EQ(d.samples_dir, c.samples);
+TEST(HostCliHelp, LocationsFollowTheInstallationPrefix) {
+  for (const auto& [bin, root, share] :
+       {std::tuple{"/usr/bin", "", "/usr"}, {"/usr/local/bin", "/usr/local", "/usr/local"},
+        {"/tmp/root/usr/bin/", "/tmp/root", "/tmp/root/usr"}, {"/opt/fv/bin", "/opt/fv", "/opt/fv"}}) {
+    const host::DefaultLocations d = host::DefaultLocationsFor(bin);
+    EXPECT_FALSE(d.build_tree) << bin;
+    EXPECT_EQ(d.data_dir, std::string(root) + "/var/lib/fipsval");
+    EXPECT_EQ(d.config, std::string(root) + "/etc/fipsval/vpn.cfg");
+    EXPECT_EQ(d.samples_dir, std::string(share) + "/share/fipsval/samples");
   }
-  const std::string program = FIPSVAL_CLI;
-  const host::DefaultLocations built =
-      host::DefaultLocationsFor(program.substr(0, program.rfind('/')));
+  const std::string dir = std::string(FIPSVAL_CLI).substr(0, std::string(FIPSVAL_CLI).rfind('/'));
+  const host::DefaultLocations built = host::DefaultLocationsFor(dir);
   EXPECT_TRUE(built.build_tree);
-  EXPECT_EQ(built.data_dir, program.substr(0, program.rfind('/')) + "/fipsval-data");
+  EXPECT_EQ(built.data_dir, dir + "/fipsval-data");
   EXPECT_EQ(built.samples_dir, FIPSVAL_SOURCE_DIR "/samples");
 }
 
-// The README shows the example host that the install test builds, and its
-// command table has every command of the help.
-TEST(HostCliReadme, ShowsTheTestedExampleAndEveryCommand) {
-  const std::string readme = ReadFile(FIPSVAL_SOURCE_DIR "/README.md");
-  const std::string example = ReadFile(FIPSVAL_SOURCE_DIR "/tests/install/example_host.c");
-  ASSERT_FALSE(example.empty());
-  EXPECT_NE(readme.find("```c\n" + example + "```\n"), std::string::npos);
-
-  const std::string help = Fipsval({"--help"}).out;
-  std::size_t at = help.find("commands:\n");
-  ASSERT_NE(at, std::string::npos);
-  for (at += 10; help.compare(at, 2, "  ") == 0; at = help.find('\n', at) + 1) {
-    const std::string name = help.substr(at + 2, help.find_first_of(" \n", at + 2) - at - 2);
-    EXPECT_NE(readme.find("| `" + name), std::string::npos) << name;
+// The host's noise-source health tests and its RNG self-test.
+TEST(HostEntropy, HealthTestsCatchRunsAndBiasAndTheRngTestHonoursItsForce) {
+  std::mt19937 rng(12345);
+  std::vector<uint8_t> samples(8192);
+  for (auto& b : samples) b = static_cast<uint8_t>(rng());
+  EXPECT_TRUE(host::RunHealthTests(samples).ok);
+  std::vector<uint8_t> run = samples;  // a run of six passes, seven fails
+  std::fill(run.begin() + 100, run.begin() + 106, 0x42);
+  run[99] = 0x41;
+  run[106] = 0x43;
+  EXPECT_TRUE(host::RunHealthTests(run).ok);
+  run[106] = 0x42;
+  EXPECT_TRUE(Has(host::RunHealthTests(run).failure, "repetition count"));
+  // Every other sample equal to the window's first: no long run, too frequent.
+  for (std::size_t i = 0; i < 1024; ++i) {
+    if (i % 2 == 0) samples[i] = samples[0];
+    else if (samples[i] == samples[0]) samples[i] ^= 1;
   }
+  const host::HealthResult biased = host::RunHealthTests(samples);
+  EXPECT_FALSE(biased.ok);
+  EXPECT_TRUE(Has(biased.failure, "adaptive proportion")) << biased.failure;
+  EXPECT_EQ(host::RngSelfTest(host::EntropySource::kUrandom, 0), 1);
+  EXPECT_EQ(host::RngSelfTest(host::EntropySource::kUrandom, 32), 0);
+  EXPECT_TRUE(!host::CpuHasRdrand() || host::RngSelfTest(host::EntropySource::kRdrand, 0) == 1);
 }
 
 }  // namespace
