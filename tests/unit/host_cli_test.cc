@@ -2,7 +2,6 @@
 // exit statuses and streams, on an intact, a broken and a hostile machine
 // (entries planted by user nobody where the machine has a second user).
 #include <gtest/gtest.h>
-#include <openssl/sha.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -11,7 +10,6 @@
 #include <random>
 
 #include "host/core/entropy_source.h"
-#include "host/core/host_settings.h"
 #include "tests/support/test_env.h"
 
 namespace fipsval::testing {
@@ -37,6 +35,11 @@ Result Fipsval(const std::vector<std::string>& args) {
 bool Has(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
+// The exit status, and a part of standard error.
+::testing::AssertionResult Ran(const Result& r, int status, const std::string& err = "") {
+  if (r.status == status && Has(r.err, err)) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << r.status << " out: " << r.out << " err: " << r.err;
+}
 bool AsNobody(const std::string& command) {
   return std::system(("setpriv --reuid=65534 --regid=65534 --clear-groups sh -c '" + command +
                       "'").c_str()) == 0;
@@ -44,24 +47,16 @@ bool AsNobody(const std::string& command) {
 
 std::string Report(const std::string& failed = "") {
   std::string text = "\nFIPS-CC mode: Starting self-tests.\n";
-  for (std::string label : {"Configuration Integrity", "AES", "SHA1 HMAC", "SHA256 HMAC", "3DES",
-                            "RSA", "Firmware integrity", "RNG"}) {
-    const bool fails = label == failed;
-    label = ("Running " + label + " test...").append(46, ' ').substr(0, 46);
-    text += label + (fails ? "failed\n" : "passed\n");
+  for (const std::string label : {"Configuration Integrity", "AES", "SHA1 HMAC", "SHA256 HMAC",
+                                  "3DES", "RSA", "Firmware integrity", "RNG"}) {
+    text += ("Running " + label + " test...").append(46, ' ').substr(0, 46) +
+            (label == failed ? "failed\n" : "passed\n");
   }
   return text + (failed.empty() ? "Self-tests passed\n" : "Self-tests failed\n");
 }
 
-void StoreSha256(const std::string& file) {
-  const std::string content = ReadFile(file);
-  unsigned char md[32];
-  SHA256(reinterpret_cast<const unsigned char*>(content.data()), content.size(), md);
-  WriteFile(file + ".sha256", Hex(md) + "  " + file + "\n");
-}
-
 // A data directory of the test's own: a configuration and a firmware image
-// with their stored digests.
+// with their digests stored as sha256sum writes them.
 class HostCli : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -69,8 +64,7 @@ class HostCli : public ::testing::Test {
     chmod("/data/etc", 0755);
     WriteFile(cfg_, "tunnel office { remote vpn.example.net }\n");
     WriteFile("/tmp/host/fw.img", std::string(4096, 'Z'));
-    StoreSha256(cfg_);
-    StoreSha256("/tmp/host/fw.img");
+    std::system("cd /tmp/host && for f in vpn.cfg fw.img; do sha256sum $PWD/$f >$f.sha256; done");
   }
   Result Run(std::vector<std::string> args) {
     args.insert(args.begin(), {"--data-dir", "/tmp/host", "--config", cfg_, "--firmware",
@@ -82,56 +76,69 @@ class HostCli : public ::testing::Test {
 
 TEST_F(HostCli, SelftestPassesAndEachForcedFailureEntersTheErrorMode) {
   Result r = Fipsval({"selftest"});  // the built-in data directory
-  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(Ran(r, 0));
   EXPECT_EQ(r.out, Report());
-  const struct {
-    const char *name, *test, *mask, *message;
-  } cases[] = {{"RSA", "RSA", "mask 16", "RSA self-test failed"},
-               {"Configuration", "Configuration Integrity", "mask 64",
-                "Configuration Integrity test failed"},
-               {"Firmware-integrity", "Firmware integrity", "mask 1",
-                "Firmware integrity test failed"},
-               {"RNG", "RNG", "mask 32", "RNG self-test failed"}};
-  for (const auto& c : cases) {
-    r = Run({"selftest", "--force", c.name});
-    EXPECT_EQ(r.status, 3) << c.name;
-    EXPECT_EQ(r.out, "\nForcing failure of " + std::string(c.name) + "\n" + Report(c.test));
-    EXPECT_TRUE(Has(r.err, c.mask)) << r.err;
-    EXPECT_TRUE(Has(ReadFile("/tmp/host/fips-errors.log"), std::string(" FIPS error: ") +
-                                                               c.message + "\n"));
-    EXPECT_EQ(ReadFile("/tmp/host/error-mode"), std::string("-3 FIPS error: ") + c.message + "\n");
+  for (const auto& [name, test, mask, message] :
+       {std::tuple{"RSA", "RSA", "mask 16", "RSA self-test failed"},
+        {"Configuration", "Configuration Integrity", "mask 64",
+         "Configuration Integrity test failed"},
+        {"Firmware-integrity", "Firmware integrity", "mask 1", "Firmware integrity test failed"},
+        {"RNG", "RNG", "mask 32", "RNG self-test failed"}}) {
+    r = Run({"selftest", "--force", name});
+    EXPECT_TRUE(Ran(r, 3, mask));
+    EXPECT_EQ(r.out, "\nForcing failure of " + std::string(name) + "\n" + Report(test));
+    EXPECT_TRUE(Has(ReadFile("/tmp/host/fips-errors.log"), std::string(" FIPS error: ") + message));
+    EXPECT_EQ(ReadFile("/tmp/host/error-mode"), std::string("-3 FIPS error: ") + message + "\n");
     EXPECT_FALSE(FileExists("/data/etc/katfail"));
   }
   r = Run({"--error-log", "/nonexistent/log", "selftest", "--force", "AES"});
-  EXPECT_EQ(r.status, 3);
+  EXPECT_TRUE(Ran(r, 3, "cannot open the error log"));
   EXPECT_TRUE(Has(r.out, "Failed to log self-test failure: FIPS error: AES self-test failed"));
-  EXPECT_TRUE(Has(r.err, "cannot open the error log")) << r.err;
   r = Fipsval({"kat", "aes", "rsa"});
-  EXPECT_EQ(r.status, 0);
+  EXPECT_TRUE(Ran(r, 0));
   EXPECT_EQ(r.out + r.err, "aes          passed\nrsa          passed\n");
   EXPECT_EQ(Fipsval({"kat", "--force", "3des"}).out, "3des         failed\n");
 }
 
-TEST_F(HostCli, ForceRefusesNamesTheLibraryWouldNotMatch) {
+// A usage error is one line on standard error, status 2, nothing on
+// standard output; a failing run is status 1.
+TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
+  ResetVectorDirs();
+  std::system("mkdir -p /tmp/empty /tmp/tree/SHA/req && touch /tmp/tree/SHA/req/SHA1Monte.req");
+  ASSERT_EQ(mount("/tmp/tree", "/tmp/tree", nullptr, MS_BIND, nullptr), 0);
+  mount(nullptr, "/tmp/tree", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr);
+  const std::string names = "names are exact: AES SHA1-HMAC SHA256-HMAC 3DES RSA RNG "
+                            "Firmware-integrity Configuration";
   const struct {
     std::vector<std::string> args;
+    int status;
     std::string says;
   } cases[] = {
-      {{"--force", "aes"}, "unknown test name \"aes\" (did you mean AES?)"},
-      {{"--force", "RSA\n"}, "unknown test name \"RSA\\n\""},
-      {{"--force", ""}, "unknown test name \"\""},
-      {{"--force", "firmware"}, "unknown test name \"firmware\"; names are exact: AES SHA1-HMAC "
-                                "SHA256-HMAC 3DES RSA RNG Firmware-integrity Configuration"},
-      {{"--force"}, "--force needs a test name"},
-      {{"--force", "AES", "--force", "RSA"}, "only one test can be forced"}};
-  for (auto c : cases) {
-    c.args.insert(c.args.begin(), "selftest");
+      {{"selftest", "--force", "aes"}, 2, "unknown test name \"aes\" (did you mean AES?)"},
+      {{"selftest", "--force", "RSA\n"}, 2, "unknown test name \"RSA\\n\""},
+      {{"selftest", "--force", ""}, 2, "unknown test name \"\""},
+      {{"selftest", "--force", "firmware"}, 2, "unknown test name \"firmware\"; " + names},
+      {{"selftest", "--force"}, 2, "--force needs a test name"},
+      {{"selftest", "--force", "AES", "--force", "RSA"}, 2, "only one test can be forced"},
+      {{"run", "--suite", "NOPE", "/tmp"}, 2, "unknown suite"},
+      {{"run", "--list", "nope", "/tmp"}, 2, "unknown list"},
+      {{"run", "/tmp/empty"}, 1, "has no request folders"},
+      {{"run", "--suite", "SHA1", "/tmp/tree"}, 1, "use --output DIR"},
+      {{"entropy", "many"}, 2, ""},
+      {{"frobnicate"}, 2, "(see fipsval --help)"},
+      {{}, 2, "(see fipsval --help)"},
+      {{"help", "nope"}, 2, "(see fipsval --help)"}};
+  for (const auto& c : cases) {
     const Result r = Fipsval(c.args);
-    EXPECT_EQ(r.status, 2) << c.says;
-    EXPECT_TRUE(Has(r.err, c.says)) << r.err;
+    EXPECT_TRUE(Ran(r, c.status, c.says)) << c.says;
     EXPECT_EQ(r.out, "") << c.says;
-    EXPECT_FALSE(FileExists("/data/etc/katfail")) << c.says;
   }
+  umount("/tmp/tree");
+  EXPECT_FALSE(FileExists("/data/etc/katfail") || FileExists("/tmp/tree/SHA/resp"));
+  EXPECT_TRUE(Ran(Fipsval({"entropy", "3"}), 0));
+  const std::string samples = ReadFile("/tmp/resp/entropy_samples");
+  EXPECT_EQ(samples.substr(0, 23), "Min-Entropy Total = 3\r\n");
+  EXPECT_EQ(samples.size(), 23u + 3 * 1282);
 }
 
 // Another user who can write in /data/etc plants an entry at the marker's
@@ -141,22 +148,18 @@ TEST_F(HostCli, EntriesPlantedAtTheMarkerAreNeitherFollowedNorWaitedOn) {
   if (!AsNobody("true")) GTEST_SKIP() << "no second uid (setpriv as nobody failed)";
   WriteFile("/tmp/victim", "secret first line\n");
   chmod("/tmp/victim", 0600);
-  for (const auto& [plant, reason] :
-       {std::pair{"ln -s /tmp/victim /data/etc/katfail", "it is a symbolic link"},
-        std::pair{"mkfifo /data/etc/katfail", "it is a FIFO"}}) {
+  for (const auto& [plant, kind] : {std::pair{"ln -s /tmp/victim /data/etc/katfail", "a symbolic link"},
+                                    std::pair{"mkfifo /data/etc/katfail", "a FIFO"}}) {
+    const std::string reason = std::string("/data/etc/katfail: it is ") + kind + ", not a regular file";
     chmod("/data/etc", 0777);
     ASSERT_TRUE(AsNobody(plant)) << plant;
     chmod("/data/etc", 0755);
     Result r = Fipsval({"selftest", "--force", "AES"});
-    EXPECT_EQ(r.status, 1) << plant;
-    EXPECT_TRUE(Has(r.err, std::string("cannot write the forced-failure marker "
-                                       "/data/etc/katfail: ") + reason + ", not a regular file"))
-        << r.err;
-    EXPECT_EQ(r.out, "") << plant;
+    EXPECT_TRUE(Ran(r, 1, "cannot write the forced-failure marker " + reason));
+    EXPECT_EQ(r.out, "");
     r = Fipsval({"selftest"});
-    EXPECT_EQ(r.status, 0) << plant << r.err;
-    EXPECT_EQ(r.out, std::string("Ignoring /data/etc/katfail: ") + reason +
-                         ", not a regular file\n" + Report());
+    EXPECT_TRUE(Ran(r, 0));
+    EXPECT_EQ(r.out, "Ignoring " + reason + "\n" + Report());
     EXPECT_FALSE(Has(r.err, "secret")) << plant;
     EXPECT_EQ(ReadFile("/tmp/victim"), "secret first line\n") << plant;
     unlink("/data/etc/katfail");
@@ -166,80 +169,43 @@ TEST_F(HostCli, EntriesPlantedAtTheMarkerAreNeitherFollowedNorWaitedOn) {
 TEST_F(HostCli, ConfigurationChecksFailUntilRehashedAndAnUnstoredDigestFails) {
   WriteFile(cfg_, "tunnel office { remote evil.example.net }\n");
   Result r = Run({"selftest"});
-  EXPECT_EQ(r.status, 3);
+  EXPECT_TRUE(Ran(r, 3, "does not match"));
   EXPECT_EQ(r.out, Report("Configuration Integrity"));
-  EXPECT_TRUE(Has(r.err, "does not match")) << r.err;
   r = Run({"check-config", "--mode", "2"});
-  EXPECT_EQ(r.status, 3);
+  EXPECT_TRUE(Ran(r, 3));
   EXPECT_EQ(r.out, "\nConfiguration Integrity check failed\n");
   EXPECT_EQ(ReadFile("/tmp/host/error-mode"), "-4 configuration\n");
   r = Run({"check-config", "--mode", "1"});
+  EXPECT_TRUE(Ran(r, 3, "\nConfiguration Integrity check failed\n"));
   EXPECT_EQ(r.out, "");
-  EXPECT_TRUE(Has(r.err, "\nConfiguration Integrity check failed\n"));
-  r = Run({"--fips-cc", "off", "update-config"});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_TRUE(Has(r.err, "FIPS-CC mode is off"));
-  EXPECT_EQ(Run({"check-config"}).status, 3);
+  EXPECT_TRUE(Ran(Run({"--fips-cc", "off", "update-config"}), 0, "FIPS-CC mode is off"));
+  EXPECT_TRUE(Ran(Run({"check-config"}), 3));
 
   const std::string digest = cfg_ + ".sha256";
-  r = Run({"--config-digest", digest, "update-config"});
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_TRUE(Has(r.err, "stored the SHA-256 of " + cfg_)) << r.err;
-  EXPECT_EQ(Run({"check-config"}).status, 0);
-  EXPECT_EQ(Run({"selftest"}).status, 0);
+  EXPECT_TRUE(Ran(Run({"--config-digest", digest, "update-config"}), 0,
+                  "stored the SHA-256 of " + cfg_));
+  EXPECT_TRUE(Ran(Run({"check-config"}), 0));
+  EXPECT_TRUE(Ran(Run({"selftest"}), 0));
   // The stored digest is right now, which must not pass for a new one.
   ASSERT_EQ(mount(digest.c_str(), digest.c_str(), nullptr, MS_BIND, nullptr), 0);
   mount(nullptr, digest.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr);
   r = Run({"--config-digest", digest, "update-config"});
   umount(digest.c_str());
-  EXPECT_EQ(r.status, 1);
-  EXPECT_TRUE(Has(r.err, "cannot write " + digest + ": Read-only file system")) << r.err;
+  EXPECT_TRUE(Ran(r, 1, "cannot write " + digest + ": Read-only file system"));
   EXPECT_FALSE(Has(r.err, "stored")) << r.err;
 
   std::remove(cfg_.c_str());
   std::remove("/tmp/host/fw.img.sha256");
   r = Run({"selftest"});
-  EXPECT_EQ(r.status, 3);
-  EXPECT_TRUE(Has(r.err, "configuration integrity: cannot read " + cfg_)) << r.err;
-  EXPECT_TRUE(Has(r.err, "firmware integrity: cannot read the stored digest")) << r.err;
-  EXPECT_TRUE(Has(r.err, "mask 65")) << r.err;
-  EXPECT_EQ(Run({"update-config"}).status, 1);
+  EXPECT_TRUE(Ran(r, 3, "configuration integrity: cannot read " + cfg_));
+  EXPECT_TRUE(Ran(r, 3, "firmware integrity: cannot read the stored digest"));
+  EXPECT_TRUE(Ran(r, 3, "mask 65"));
+  EXPECT_TRUE(Ran(Run({"update-config"}), 1));
 }
 
-TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
-  ResetVectorDirs();
-  std::system("mkdir -p /tmp/empty /tmp/tree/SHA/req && touch /tmp/tree/SHA/req/SHA1Monte.req");
-  ASSERT_EQ(mount("/tmp/tree", "/tmp/tree", nullptr, MS_BIND, nullptr), 0);
-  mount(nullptr, "/tmp/tree", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr);
-  const struct {
-    std::vector<std::string> args;
-    int status;
-    const char* says;
-  } cases[] = {{{"run", "--suite", "NOPE", "/tmp"}, 2, "unknown suite"},
-               {{"run", "--list", "nope", "/tmp"}, 2, "unknown list"},
-               {{"run", "/tmp/empty"}, 1, "has no request folders"},
-               {{"run", "--suite", "SHA1", "/tmp/tree"}, 1, "use --output DIR"},
-               {{"entropy", "many"}, 2, ""},
-               {{"frobnicate"}, 2, "(see fipsval --help)"},
-               {{}, 2, "(see fipsval --help)"},
-               {{"help", "nope"}, 2, "(see fipsval --help)"}};
-  for (const auto& c : cases) {
-    const Result r = Fipsval(c.args);
-    EXPECT_EQ(r.status, c.status) << c.says;
-    EXPECT_EQ(r.out, "") << c.says;
-    EXPECT_TRUE(Has(r.err, c.says)) << r.err;
-  }
-  umount("/tmp/tree");
-  EXPECT_FALSE(FileExists("/tmp/tree/SHA/resp"));
-  EXPECT_EQ(Fipsval({"entropy", "3"}).status, 0);
-  const std::string samples = ReadFile("/tmp/resp/entropy_samples");
-  EXPECT_EQ(samples.substr(0, 23), "Min-Entropy Total = 3\r\n");
-  EXPECT_EQ(samples.size(), 23u + 3 * 1282);
-}
-
-TEST(HostCliHelp, HelpVersionAndQuietVerboseAnywhere) {
+TEST(HostCliHelp, HelpReadmeAndQuietVerboseAnywhere) {
   const Result r = Fipsval({"--help"});
-  EXPECT_EQ(r.status, 0);
+  EXPECT_TRUE(Ran(r, 0));
   EXPECT_EQ(r.err, "");
   for (const char* text : {"/tmp/req", "/tmp/resp", "/data/etc/katfail", "/dev/urandom",
                            "exit status", "-q, --quiet", "-v, --verbose", "--version",
@@ -251,17 +217,11 @@ TEST(HostCliHelp, HelpVersionAndQuietVerboseAnywhere) {
   EXPECT_TRUE(Has(entropy, "\"Min-Entropy Total = COUNT\"") && Has(entropy, "1280 lower-case hex"));
   EXPECT_TRUE(Has(Fipsval({"run", "--help"}).out, "Exit: 0"));
 
-  const std::string cmake = ReadFile(FIPSVAL_SOURCE_DIR "/CMakeLists.txt");
-  const std::size_t at = cmake.find("project(fipsval VERSION ") + 24;
-  EXPECT_EQ(Fipsval({"list", "--version"}).out,
-            "fipsval " + cmake.substr(at, cmake.find_first_of(" )", at) - at) + "\n");
-  const Result list = Fipsval({"list"});
-  ASSERT_EQ(list.status, 0) << list.err;
+  const std::string list = Fipsval({"list"}).out;
   for (auto args : {std::vector<std::string>{"-q", "list"}, {"list", "-v"},
                     {"--quiet", "list", "--verbose"}}) {
-    EXPECT_EQ(Fipsval(args).out, list.out) << args[0];
+    EXPECT_EQ(Fipsval(args).out, list) << args[0];
   }
-
   // The README shows the example host the install test builds, verbatim,
   // and its command table has every command of the help.
   const std::string readme = ReadFile(FIPSVAL_SOURCE_DIR "/README.md");
@@ -275,45 +235,23 @@ TEST(HostCliHelp, HelpVersionAndQuietVerboseAnywhere) {
   }
 }
 
-// Where an installed program looks for its files, by where it is installed.
-TEST(HostCliHelp, LocationsFollowTheInstallationPrefix) {
-  for (const auto& [bin, root, share] :
-       {std::tuple{"/usr/bin", "", "/usr"}, {"/usr/local/bin", "/usr/local", "/usr/local"},
-        {"/tmp/root/usr/bin/", "/tmp/root", "/tmp/root/usr"}, {"/opt/fv/bin", "/opt/fv", "/opt/fv"}}) {
-    const host::DefaultLocations d = host::DefaultLocationsFor(bin);
-    EXPECT_FALSE(d.build_tree) << bin;
-    EXPECT_EQ(d.data_dir, std::string(root) + "/var/lib/fipsval");
-    EXPECT_EQ(d.config, std::string(root) + "/etc/fipsval/vpn.cfg");
-    EXPECT_EQ(d.samples_dir, std::string(share) + "/share/fipsval/samples");
-  }
-  const std::string dir = std::string(FIPSVAL_CLI).substr(0, std::string(FIPSVAL_CLI).rfind('/'));
-  const host::DefaultLocations built = host::DefaultLocationsFor(dir);
-  EXPECT_TRUE(built.build_tree);
-  EXPECT_EQ(built.data_dir, dir + "/fipsval-data");
-  EXPECT_EQ(built.samples_dir, FIPSVAL_SOURCE_DIR "/samples");
-}
-
 // The host's noise-source health tests and its RNG self-test.
 TEST(HostEntropy, HealthTestsCatchRunsAndBiasAndTheRngTestHonoursItsForce) {
   std::mt19937 rng(12345);
-  std::vector<uint8_t> samples(8192);
+  std::vector<uint8_t> samples(8192), run;
   for (auto& b : samples) b = static_cast<uint8_t>(rng());
   EXPECT_TRUE(host::RunHealthTests(samples).ok);
-  std::vector<uint8_t> run = samples;  // a run of six passes, seven fails
+  run = samples;  // a run of six passes, seven fails
   std::fill(run.begin() + 100, run.begin() + 106, 0x42);
   run[99] = 0x41;
   run[106] = 0x43;
   EXPECT_TRUE(host::RunHealthTests(run).ok);
   run[106] = 0x42;
   EXPECT_TRUE(Has(host::RunHealthTests(run).failure, "repetition count"));
-  // Every other sample equal to the window's first: no long run, too frequent.
-  for (std::size_t i = 0; i < 1024; ++i) {
-    if (i % 2 == 0) samples[i] = samples[0];
-    else if (samples[i] == samples[0]) samples[i] ^= 1;
+  for (std::size_t i = 0; i < 1024; ++i) {  // every other sample the window's first
+    samples[i] = i % 2 ? samples[i] ^ (samples[i] == samples[0]) : samples[0];
   }
-  const host::HealthResult biased = host::RunHealthTests(samples);
-  EXPECT_FALSE(biased.ok);
-  EXPECT_TRUE(Has(biased.failure, "adaptive proportion")) << biased.failure;
+  EXPECT_TRUE(Has(host::RunHealthTests(samples).failure, "adaptive proportion"));
   EXPECT_EQ(host::RngSelfTest(host::EntropySource::kUrandom, 0), 1);
   EXPECT_EQ(host::RngSelfTest(host::EntropySource::kUrandom, 32), 0);
   EXPECT_TRUE(!host::CpuHasRdrand() || host::RngSelfTest(host::EntropySource::kRdrand, 0) == 1);

@@ -16,17 +16,17 @@ namespace {
 
 constexpr char kMarker[] = "/data/etc/katfail";
 using Ints = std::vector<int>;
+using Texts = std::vector<std::string>;
 using ErrorModes = std::vector<std::pair<int, std::string>>;
 
 // The eight tests in the order they run; a host test has its double's
 // result field.
-struct Expected {
+const struct Expected {
   const char *label, *name;
   int bit;
   const char* message;
   int HostDoubles::*host_result;
-};
-constexpr Expected kTests[] = {
+} kTests[] = {
     {"Running Configuration Integrity test...", "Configuration", 64,
      "Configuration Integrity test failed", &HostDoubles::vpn_cfg_result},
     {"Running AES test...", "AES", 2, "AES self-test failed", nullptr},
@@ -36,15 +36,14 @@ constexpr Expected kTests[] = {
     {"Running RSA test...", "RSA", 16, "RSA self-test failed", nullptr},
     {"Running Firmware integrity test...", "Firmware-integrity", 1,
      "Firmware integrity test failed", &HostDoubles::firmware_result},
-    {"Running RNG test...", "RNG", 32, "RNG self-test failed", &HostDoubles::rng_result},
-};
+    {"Running RNG test...", "RNG", 32, "RNG self-test failed", &HostDoubles::rng_result}};
 
 // The whole output of a run in which the tests in `failed` fail.
 std::string ExpectedRun(int failed) {
   std::string out = "\nFIPS-CC mode: Starting self-tests.\n";
   for (const Expected& t : kTests) {
-    out += std::string(t.label).append(46 - std::string(t.label).size(), ' ');
-    out += (failed & t.bit) ? "failed\n" : "passed\n";
+    out += std::string(t.label).append(46, ' ').substr(0, 46) +
+           (failed & t.bit ? "failed\n" : "passed\n");
   }
   return out + (failed ? "Self-tests failed\n" : "Self-tests passed\n");
 }
@@ -55,53 +54,53 @@ std::pair<int, std::string> Call(int (*fn)()) {
   return {result, out};
 }
 
-std::string ErrorText(uint32_t mask) {
-  char buf[900];
-  get_self_test_errstr(mask, buf, sizeof buf);
-  return buf;
-}
-
 class SelfTests : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ResetHost();
-    unlink(kMarker);
-  }
+  void SetUp() override { unlink(kMarker); }
   void TearDown() override { unlink(kMarker); }
 };
 
-TEST_F(SelfTests, AllPassWithoutMarker) {
-  EXPECT_EQ(Call(fips_self_tests), std::make_pair(0, ExpectedRun(0)));
-  EXPECT_EQ(Host().vpn_cfg_args, Ints{0});
-  EXPECT_EQ(Host().firmware_args, Ints{0});
-  EXPECT_EQ(Host().rng_args, Ints{0});
-  EXPECT_TRUE(Host().logged.empty() && Host().error_modes.empty());
-}
-
-// Each name forces its test alone; a host test gets its own bit (never 1),
-// and only a host that honours the force fails.
+// Each name forces its test alone: the library's own tests fail, a host
+// test gets its own bit (never 1) and fails only if the host honours it.
+// A log result that is not negative is a logged error.
 TEST_F(SelfTests, EachNameForcesItsTestAloneAndEntersTheErrorMode) {
   for (const Expected& f : kTests) {
-    SCOPED_TRACE(f.name);
     for (bool host_honours : {true, false}) {
       if (!f.host_result && !host_honours) continue;
       ResetHost();
+      Host().log_result = 3;
       if (f.host_result && host_honours) Host().*f.host_result = 0;
       WriteFile(kMarker, f.name);
       const int mask = host_honours ? f.bit : 0;
+      const std::string text = std::string("FIPS error: ") + f.message;
       EXPECT_EQ(Call(fips_self_tests),
                 std::make_pair(mask, "\nForcing failure of " + std::string(f.name) + "\n" +
-                                         ExpectedRun(mask)));
-      EXPECT_EQ(Host().vpn_cfg_args, Ints{f.bit & 64});
-      EXPECT_EQ(Host().firmware_args, Ints{f.bit & 1});
-      EXPECT_EQ(Host().rng_args, Ints{f.bit & 32});
-      const std::string text = std::string("FIPS error: ") + f.message;
-      EXPECT_EQ(Host().logged, host_honours ? std::vector<std::string>{text}
-                                            : std::vector<std::string>{});
-      EXPECT_EQ(Host().error_modes, (host_honours ? ErrorModes{{-3, text}} : ErrorModes{}));
-      EXPECT_FALSE(FileExists(kMarker));
+                                         ExpectedRun(mask))) << f.name;
+      EXPECT_EQ(Host().vpn_cfg_args, Ints{f.bit & 64}) << f.name;
+      EXPECT_EQ(Host().firmware_args, Ints{f.bit & 1}) << f.name;
+      EXPECT_EQ(Host().rng_args, Ints{f.bit & 32}) << f.name;
+      EXPECT_EQ(Host().logged, mask ? Texts{text} : Texts{}) << f.name;
+      EXPECT_EQ(Host().error_modes, (mask ? ErrorModes{{-3, text}} : ErrorModes{})) << f.name;
+      EXPECT_FALSE(FileExists(kMarker)) << f.name;
     }
   }
+}
+
+// Any host result of 1 or more passes; the firmware failing does not stop
+// the RNG test; a failed log is said (without a line end) and the error
+// mode is entered all the same.
+TEST_F(SelfTests, HostResultsBelowOneFailAndEveryTestStillRuns) {
+  ResetHost();
+  Host().vpn_cfg_result = 2;
+  Host().firmware_result = 0;
+  Host().rng_result = -1;
+  Host().log_result = -1;
+  const std::string text = "FIPS error: Firmware integrity test failed, RNG self-test failed";
+  EXPECT_EQ(Call(fips_self_tests),
+            std::make_pair(33, ExpectedRun(33) + "Failed to log self-test failure: " + text));
+  EXPECT_EQ(Host().rng_args, Ints{0});
+  EXPECT_EQ(Host().logged, Texts{text});
+  EXPECT_EQ(Host().error_modes, (ErrorModes{{-3, text}}));
 }
 
 // The first line must be exactly a name (its newline takes part); the
@@ -141,8 +140,7 @@ TEST_F(SelfTests, MarkerThatIsNoRegularFileIsIgnoredAndSaidSo) {
       {[](const char*) { return mkdir(kMarker, 0755); }, "it is a directory, not a regular file"},
       {[](const char*) { return mknod(kMarker, S_IFCHR | 0600, makedev(1, 3)); },
        "it is a device, not a regular file"},
-      {[](const char* v) { return link(v, kMarker); }, "it has other hard links"},
-  };
+      {[](const char* v) { return link(v, kMarker); }, "it has other hard links"}};
   for (const auto& c : cases) {
     WriteFile(kVictim, "AES");
     ASSERT_EQ(c.make(kVictim), 0) << c.reason;
@@ -171,45 +169,22 @@ TEST_F(SelfTests, MarkerThatCannotBeDeletedSaysTheFailureWillRepeat) {
   EXPECT_TRUE(still_there);
 }
 
-// Any host result of 1 or more passes; firmware failing does not stop the
-// RNG test; the error text lists messages in its table's order.
-TEST_F(SelfTests, HostResultsBelowOneFailAndEveryTestStillRuns) {
-  Host().vpn_cfg_result = 2;
-  Host().firmware_result = 0;
-  Host().rng_result = -1;
-  Host().log_result = 3;  // only a negative result means the log failed
-  EXPECT_EQ(Call(fips_self_tests), std::make_pair(33, ExpectedRun(33)));
-  EXPECT_EQ(Host().rng_args.size(), 1u);
-  const std::string text = "FIPS error: Firmware integrity test failed, RNG self-test failed";
-  EXPECT_EQ(Host().logged, std::vector<std::string>{text});
-  EXPECT_EQ(Host().error_modes, (ErrorModes{{-3, text}}));
-}
-
-TEST_F(SelfTests, FailedLogIsReportedWithoutLineEndAndErrorModeStillEntered) {
-  Host().log_result = -1;
-  WriteFile(kMarker, "RSA");
-  const std::string text = "FIPS error: RSA self-test failed";
-  EXPECT_EQ(Call(fips_self_tests),
-            std::make_pair(16, "\nForcing failure of RSA\n" + ExpectedRun(16) +
-                                   "Failed to log self-test failure: " + text));
-  EXPECT_EQ(Host().error_modes, (ErrorModes{{-3, text}}));
-}
-
 TEST(ErrorText, ListsMessagesInTableOrderAndNeverExceedsTheSize) {
-  EXPECT_EQ(ErrorText(0), "FIPS error: ");
-  EXPECT_EQ(ErrorText(256), "FIPS error: ");  // bits of no test add nothing
-  EXPECT_EQ(ErrorText(66), "FIPS error: AES self-test failed, Configuration Integrity test failed");
+  const auto text = [](uint32_t mask, std::size_t size = 900) {
+    std::string buf(900, '\x7f');
+    get_self_test_errstr(mask, buf.data(), size);
+    return buf.substr(0, buf.find_last_not_of('\x7f') + 1);  // the text and its terminator
+  };
+  EXPECT_EQ(text(0), std::string("FIPS error: ", 13));
+  EXPECT_EQ(text(256), text(0));  // bits of no test add nothing
+  EXPECT_EQ(text(66), std::string("FIPS error: AES self-test failed, Configuration Integrity "
+                                  "test failed\0", 70));
   const std::string all =
       "FIPS error: Firmware integrity test failed, AES self-test failed, "
       "SHA1 HMAC self-test failed, SHA256 HMAC self-test failed, 3DES self-test failed, "
       "RSA self-test failed, RNG self-test failed, Configuration Integrity test failed";
-  EXPECT_EQ(ErrorText(0xffffffffu), all);
   for (std::size_t size = 0; size <= all.size() + 2; ++size) {
-    std::string buf(all.size() + 8, '\x7f');
-    get_self_test_errstr(255, buf.data(), size);
-    const std::string expected = size ? all.substr(0, size - 1) + '\0' : "";
-    EXPECT_EQ(buf.substr(0, expected.size()), expected) << size;
-    EXPECT_EQ(buf.find_first_not_of('\x7f', expected.size()), std::string::npos) << size;
+    EXPECT_EQ(text(0xffffffffu, size), size ? all.substr(0, size - 1) + '\0' : "") << size;
   }
 }
 
@@ -230,16 +205,12 @@ TEST_F(SelfTests, CheckConfigPassesOnlyOnExactlyOneAndReportsByMode) {
     int result = 0;
     EXPECT_EQ(CaptureStdout([&] { result = fips_check_config(c.mode); }), c.printed);
     EXPECT_EQ(result, c.result) << c.mode;
-    EXPECT_EQ(Host().messages, c.host_message.empty() ? std::vector<std::string>{}
-                                                      : std::vector<std::string>{report});
+    EXPECT_EQ(Host().messages, c.host_message.empty() ? Texts{} : Texts{report}) << c.mode;
     EXPECT_EQ(Host().vpn_cfg_args, Ints{0});
     EXPECT_EQ(Host().error_modes, (c.result ? ErrorModes{{-4, "configuration"}} : ErrorModes{}));
   }
   EXPECT_TRUE(FileExists(kMarker));
-}
-
-TEST_F(SelfTests, UpdateConfigHashesOnlyInFipsCcMode) {
-  for (int enabled : {1, 0, -1}) {
+  for (int enabled : {1, 0, -1}) {  // update-config hashes only in FIPS-CC mode
     ResetHost();
     Host().fips_cc_enabled = enabled;
     EXPECT_EQ(fips_update_config(), 0);
