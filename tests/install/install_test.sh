@@ -21,7 +21,10 @@ MANWIDTH=80 man -l --warnings "$prefix/share/man/man1/fipsval.1" 2>/tmp/step.out
 test ! -s /tmp/step.out || fail "man page warnings"
 commands=$("$fv" --help | sed -n '/^commands:/,/^$/s/^  \([a-z-]*\).*/\1/p')
 test -n "$commands" || fail "no commands in --help"
-for c in $commands; do grep -q "^       $c\b" /tmp/man.txt || fail "man page lacks $c"; done
+for c in $commands; do
+  grep -q "^       $c\b" /tmp/man.txt || fail "man page lacks $c"
+  grep -q "^| \`$c\b" "$source/README.md" || fail "README command table lacks $c"
+done
 test "$("$fv" --version)" = "fipsval $(sed -n 's/^Version: //p' "$libdir/pkgconfig/fipsval.pc")" ||
   fail "--version"
 "$fv" --help | grep -q "\[$prefix/var/lib/fipsval\]" || fail "data dir default"

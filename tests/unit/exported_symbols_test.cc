@@ -16,7 +16,8 @@ std::string Shell(const std::string& command) {
 }
 
 TEST(ExportedSymbols, ExactlyTheCInterfaceAndNoLibcrypto) {
-  EXPECT_EQ(Shell("nm -D --defined-only " FIPSVAL_LIBRARY " | awk '{print $3}' | LC_ALL=C sort | xargs"),
+  EXPECT_EQ(Shell("nm -D --defined-only " FIPSVAL_LIBRARY " | awk '{print $3}' | LC_ALL=C sort |"
+                  "xargs"),
             "blockDecrypt blockEncrypt exps fips_aes_final fips_aes_init fips_aes_test "
             "fips_aes_update fips_check_config fips_check_fail fips_get_max_hash_tests "
             "fips_kat_3des_test fips_kat_aes_test fips_kat_rsa_test fips_kat_sha1_test "

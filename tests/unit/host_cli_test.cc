@@ -24,20 +24,20 @@ struct Result {
 // a run that blocks fails the test instead of hanging it.
 Result Fipsval(const std::vector<std::string>& args) {
   std::string line = "timeout -s KILL 20 " FIPSVAL_CLI;
-  for (const std::string& a : args) {
-    line += " '";
-    for (char c : a) line += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    line += "'";
-  }
+  for (const std::string& a : args) line += " '" + a + "'";
   const int status = std::system((line + " >/tmp/cli.out 2>/tmp/cli.err").c_str());
   return {WEXITSTATUS(status), ReadFile("/tmp/cli.out"), ReadFile("/tmp/cli.err")};
 }
 bool Has(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
-// The exit status, and a part of standard error.
-::testing::AssertionResult Ran(const Result& r, int status, const std::string& err = "") {
-  if (r.status == status && Has(r.err, err)) return ::testing::AssertionSuccess();
+// The exit status, a part of standard error and, unless "*", all of
+// standard output.
+::testing::AssertionResult Ran(const Result& r, int status, const std::string& err = "",
+                               const std::string& out = "*") {
+  if (r.status == status && Has(r.err, err) && (out == "*" || r.out == out)) {
+    return ::testing::AssertionSuccess();
+  }
   return ::testing::AssertionFailure() << r.status << " out: " << r.out << " err: " << r.err;
 }
 bool AsNobody(const std::string& command) {
@@ -75,29 +75,25 @@ class HostCli : public ::testing::Test {
 };
 
 TEST_F(HostCli, SelftestPassesAndEachForcedFailureEntersTheErrorMode) {
-  Result r = Fipsval({"selftest"});  // the built-in data directory
-  EXPECT_TRUE(Ran(r, 0));
-  EXPECT_EQ(r.out, Report());
+  EXPECT_TRUE(Ran(Fipsval({"selftest"}), 0, "", Report()));  // the built-in data directory
   for (const auto& [name, test, mask, message] :
        {std::tuple{"RSA", "RSA", "mask 16", "RSA self-test failed"},
         {"Configuration", "Configuration Integrity", "mask 64",
          "Configuration Integrity test failed"},
         {"Firmware-integrity", "Firmware integrity", "mask 1", "Firmware integrity test failed"},
         {"RNG", "RNG", "mask 32", "RNG self-test failed"}}) {
-    r = Run({"selftest", "--force", name});
-    EXPECT_TRUE(Ran(r, 3, mask));
-    EXPECT_EQ(r.out, "\nForcing failure of " + std::string(name) + "\n" + Report(test));
+    EXPECT_TRUE(Ran(Run({"selftest", "--force", name}), 3, mask,
+                    "\nForcing failure of " + std::string(name) + "\n" + Report(test)));
     EXPECT_TRUE(Has(ReadFile("/tmp/host/fips-errors.log"), std::string(" FIPS error: ") + message));
     EXPECT_EQ(ReadFile("/tmp/host/error-mode"), std::string("-3 FIPS error: ") + message + "\n");
     EXPECT_FALSE(FileExists("/data/etc/katfail"));
   }
-  r = Run({"--error-log", "/nonexistent/log", "selftest", "--force", "AES"});
+  Result r = Run({"--error-log", "/nonexistent/log", "selftest", "--force", "AES"});
   EXPECT_TRUE(Ran(r, 3, "cannot open the error log"));
   EXPECT_TRUE(Has(r.out, "Failed to log self-test failure: FIPS error: AES self-test failed"));
-  r = Fipsval({"kat", "aes", "rsa"});
-  EXPECT_TRUE(Ran(r, 0));
-  EXPECT_EQ(r.out + r.err, "aes          passed\nrsa          passed\n");
-  EXPECT_EQ(Fipsval({"kat", "--force", "3des"}).out, "3des         failed\n");
+  EXPECT_TRUE(Ran(Fipsval({"kat", "aes", "rsa"}), 0, "", "aes          passed\nrsa  "
+                                                         "        passed\n"));
+  EXPECT_TRUE(Ran(Fipsval({"kat", "--force", "3des"}), 1, "", "3des         failed\n"));
 }
 
 // A usage error is one line on standard error, status 2, nothing on
@@ -129,9 +125,7 @@ TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
       {{}, 2, "(see fipsval --help)"},
       {{"help", "nope"}, 2, "(see fipsval --help)"}};
   for (const auto& c : cases) {
-    const Result r = Fipsval(c.args);
-    EXPECT_TRUE(Ran(r, c.status, c.says)) << c.says;
-    EXPECT_EQ(r.out, "") << c.says;
+    EXPECT_TRUE(Ran(Fipsval(c.args), c.status, c.says, ""));
   }
   umount("/tmp/tree");
   EXPECT_FALSE(FileExists("/data/etc/katfail") || FileExists("/tmp/tree/SHA/resp"));
@@ -148,18 +142,16 @@ TEST_F(HostCli, EntriesPlantedAtTheMarkerAreNeitherFollowedNorWaitedOn) {
   if (!AsNobody("true")) GTEST_SKIP() << "no second uid (setpriv as nobody failed)";
   WriteFile("/tmp/victim", "secret first line\n");
   chmod("/tmp/victim", 0600);
-  for (const auto& [plant, kind] : {std::pair{"ln -s /tmp/victim /data/etc/katfail", "a symbolic link"},
-                                    std::pair{"mkfifo /data/etc/katfail", "a FIFO"}}) {
+  for (const auto& [plant, kind] : {std::pair{"ln -s /tmp/victim", "a symbolic link"},
+                                    std::pair{"mkfifo", "a FIFO"}}) {
     const std::string reason = std::string("/data/etc/katfail: it is ") + kind + ", not a regular file";
     chmod("/data/etc", 0777);
-    ASSERT_TRUE(AsNobody(plant)) << plant;
+    ASSERT_TRUE(AsNobody(std::string(plant) + " /data/etc/katfail")) << plant;
     chmod("/data/etc", 0755);
-    Result r = Fipsval({"selftest", "--force", "AES"});
-    EXPECT_TRUE(Ran(r, 1, "cannot write the forced-failure marker " + reason));
-    EXPECT_EQ(r.out, "");
-    r = Fipsval({"selftest"});
-    EXPECT_TRUE(Ran(r, 0));
-    EXPECT_EQ(r.out, "Ignoring " + reason + "\n" + Report());
+    EXPECT_TRUE(Ran(Fipsval({"selftest", "--force", "AES"}), 1,
+                    "cannot write the forced-failure marker " + reason, ""));
+    const Result r = Fipsval({"selftest"});
+    EXPECT_TRUE(Ran(r, 0, "", "Ignoring " + reason + "\n" + Report()));
     EXPECT_FALSE(Has(r.err, "secret")) << plant;
     EXPECT_EQ(ReadFile("/tmp/victim"), "secret first line\n") << plant;
     unlink("/data/etc/katfail");
@@ -168,16 +160,11 @@ TEST_F(HostCli, EntriesPlantedAtTheMarkerAreNeitherFollowedNorWaitedOn) {
 
 TEST_F(HostCli, ConfigurationChecksFailUntilRehashedAndAnUnstoredDigestFails) {
   WriteFile(cfg_, "tunnel office { remote evil.example.net }\n");
-  Result r = Run({"selftest"});
-  EXPECT_TRUE(Ran(r, 3, "does not match"));
-  EXPECT_EQ(r.out, Report("Configuration Integrity"));
-  r = Run({"check-config", "--mode", "2"});
-  EXPECT_TRUE(Ran(r, 3));
-  EXPECT_EQ(r.out, "\nConfiguration Integrity check failed\n");
+  EXPECT_TRUE(Ran(Run({"selftest"}), 3, "does not match", Report("Configuration Integrity")));
+  const std::string failed = "\nConfiguration Integrity check failed\n";
+  EXPECT_TRUE(Ran(Run({"check-config", "--mode", "2"}), 3, "", failed));
   EXPECT_EQ(ReadFile("/tmp/host/error-mode"), "-4 configuration\n");
-  r = Run({"check-config", "--mode", "1"});
-  EXPECT_TRUE(Ran(r, 3, "\nConfiguration Integrity check failed\n"));
-  EXPECT_EQ(r.out, "");
+  EXPECT_TRUE(Ran(Run({"check-config", "--mode", "1"}), 3, failed, ""));
   EXPECT_TRUE(Ran(Run({"--fips-cc", "off", "update-config"}), 0, "FIPS-CC mode is off"));
   EXPECT_TRUE(Ran(Run({"check-config"}), 3));
 
@@ -189,7 +176,7 @@ TEST_F(HostCli, ConfigurationChecksFailUntilRehashedAndAnUnstoredDigestFails) {
   // The stored digest is right now, which must not pass for a new one.
   ASSERT_EQ(mount(digest.c_str(), digest.c_str(), nullptr, MS_BIND, nullptr), 0);
   mount(nullptr, digest.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr);
-  r = Run({"--config-digest", digest, "update-config"});
+  Result r = Run({"--config-digest", digest, "update-config"});
   umount(digest.c_str());
   EXPECT_TRUE(Ran(r, 1, "cannot write " + digest + ": Read-only file system"));
   EXPECT_FALSE(Has(r.err, "stored")) << r.err;
@@ -203,10 +190,9 @@ TEST_F(HostCli, ConfigurationChecksFailUntilRehashedAndAnUnstoredDigestFails) {
   EXPECT_TRUE(Ran(Run({"update-config"}), 1));
 }
 
-TEST(HostCliHelp, HelpReadmeAndQuietVerboseAnywhere) {
+TEST(HostCliHelp, HelpExampleAndQuietVerboseAnywhere) {
   const Result r = Fipsval({"--help"});
-  EXPECT_TRUE(Ran(r, 0));
-  EXPECT_EQ(r.err, "");
+  EXPECT_TRUE(Ran(r, 0) && r.err.empty());
   for (const char* text : {"/tmp/req", "/tmp/resp", "/data/etc/katfail", "/dev/urandom",
                            "exit status", "-q, --quiet", "-v, --verbose", "--version",
                            "/var/lib/fipsval", "/etc/fipsval/vpn.cfg", "\nCTR_DRBG tests: "}) {
@@ -222,21 +208,16 @@ TEST(HostCliHelp, HelpReadmeAndQuietVerboseAnywhere) {
                     {"--quiet", "list", "--verbose"}}) {
     EXPECT_EQ(Fipsval(args).out, list) << args[0];
   }
-  // The README shows the example host the install test builds, verbatim,
-  // and its command table has every command of the help.
-  const std::string readme = ReadFile(FIPSVAL_SOURCE_DIR "/README.md");
+  // The README shows the example host that the install test builds (which
+  // also checks the README's command table against the help), verbatim.
   const std::string example = ReadFile(FIPSVAL_SOURCE_DIR "/tests/install/example_host.c");
-  EXPECT_TRUE(!example.empty() && Has(readme, "```c\n" + example + "```\n"));
-  std::size_t line = r.out.find("commands:\n");
-  ASSERT_NE(line, std::string::npos);
-  for (line += 10; r.out.compare(line, 2, "  ") == 0; line = r.out.find('\n', line) + 1) {
-    const std::string name = r.out.substr(line + 2, r.out.find_first_of(" \n", line + 2) - line - 2);
-    EXPECT_TRUE(Has(readme, "| `" + name)) << name;
-  }
+  EXPECT_TRUE(!example.empty() &&
+              Has(ReadFile(FIPSVAL_SOURCE_DIR "/README.md"), "```c\n" + example + "```\n"));
 }
 
-// The host's noise-source health tests and its RNG self-test.
-TEST(HostEntropy, HealthTestsCatchRunsAndBiasAndTheRngTestHonoursItsForce) {
+// The host's noise-source health tests (its RNG self-test is run by the
+// self-tests above).
+TEST(HostEntropy, HealthTestsCatchRunsAndBias) {
   std::mt19937 rng(12345);
   std::vector<uint8_t> samples(8192), run;
   for (auto& b : samples) b = static_cast<uint8_t>(rng());
@@ -252,9 +233,6 @@ TEST(HostEntropy, HealthTestsCatchRunsAndBiasAndTheRngTestHonoursItsForce) {
     samples[i] = i % 2 ? samples[i] ^ (samples[i] == samples[0]) : samples[0];
   }
   EXPECT_TRUE(Has(host::RunHealthTests(samples).failure, "adaptive proportion"));
-  EXPECT_EQ(host::RngSelfTest(host::EntropySource::kUrandom, 0), 1);
-  EXPECT_EQ(host::RngSelfTest(host::EntropySource::kUrandom, 32), 0);
-  EXPECT_TRUE(!host::CpuHasRdrand() || host::RngSelfTest(host::EntropySource::kRdrand, 0) == 1);
 }
 
 }  // namespace
