@@ -20,31 +20,36 @@ void Source(int result, int fails_at = -1) {
   };
 }
 
+// The export's result and what it printed; into `out` when given.
+std::pair<int, std::string> Export(int count, std::FILE* out = nullptr) {
+  int v = 0;
+  std::string printed = CaptureStdout(
+      [&] { v = out ? WriteEntropySamples(out, count) : fips_tv_get_drbg_entropy_source(count); });
+  return {v, printed};
+}
 std::string Samples(int count, int lines) {
   std::string text = "Min-Entropy Total = " + std::to_string(count) + "\r\n";
   for (int n = 0; n < lines; ++n) text += Hex(std::vector<uint8_t>(640, 0xa0 + n)) + "\r\n";
   return text;
 }
 
+// The source's result passes through; a count of 0 or less writes the
+// header alone.
 TEST(Entropy, WritesTheCountThenOneHexLinePerSample) {
   const struct {
-    int count, result, fails_at, value, lines;
-    const char* printed;
-  } cases[] = {{3, 640, -1, 640, 3, ""},
-               {1, 0, -1, 0, 1, ""},  // the source's result passes through
-               {0, 640, -1, -1, 0, ""},
-               {-2, 640, -1, -1, 0, ""},
-               {4, 640, 1, -5, 1, "Problem reading entropy token\n"}};
+    int count, result, fails_at, value, lines, reads;
+    std::string printed;
+  } cases[] = {{3, 640, -1, 640, 3, 3, ""},  {1, 0, -1, 0, 1, 1, ""},
+               {0, 640, -1, -1, 0, 0, ""},   {-2, 640, -1, -1, 0, 0, ""},
+               {4, 640, 1, -5, 1, 2, "Problem reading entropy token\n"}};
   for (const auto& c : cases) {
     ResetVectorDirs();
     ResetHost();
     Source(c.result, c.fails_at);
     const int fds = OpenDescriptorCount();
-    int value = 0;
-    EXPECT_EQ(CaptureStdout([&] { value = fips_tv_get_drbg_entropy_source(c.count); }), c.printed);
-    EXPECT_EQ(value, c.value) << c.count;
+    EXPECT_EQ(Export(c.count), std::make_pair(c.value, c.printed));
     EXPECT_EQ(ReadFile("/tmp/resp/entropy_samples"), Samples(c.count, c.lines)) << c.count;
-    EXPECT_EQ(Host().entropy_lengths.size(), c.count > 0 ? c.lines + (c.fails_at > 0) : 0u);
+    EXPECT_EQ(Host().entropy_lengths, std::vector<int>(c.reads, 640)) << c.count;
     EXPECT_EQ(OpenDescriptorCount(), fds) << "samples file left open";
   }
 }
@@ -55,7 +60,7 @@ TEST(Entropy, ShortWriteAtEachWriteEndsWithItsMessage) {
   const struct {
     std::size_t room;
     int value;
-    const char* printed;
+    std::string printed;
   } cases[] = {{10, -1, "Problem writing rnd tag to rsp file\n"},
                {20, -1, "Problem writing count to rsp file\n"},
                {22, -1, "Problem writing EOL to rsp file\n"},
@@ -67,9 +72,7 @@ TEST(Entropy, ShortWriteAtEachWriteEndsWithItsMessage) {
     std::string buf(c.room, '\0');
     std::FILE* out = fmemopen(buf.data(), buf.size(), "w");
     setvbuf(out, nullptr, _IONBF, 0);
-    int value = 0;
-    EXPECT_EQ(CaptureStdout([&] { value = WriteEntropySamples(out, 3); }), c.printed) << c.room;
-    EXPECT_EQ(value, c.value) << c.room;
+    EXPECT_EQ(Export(3, out), std::make_pair(c.value, c.printed)) << c.room;
     std::fclose(out);
   }
 }
@@ -78,15 +81,12 @@ TEST(Entropy, MissingOrFullResponseDirectory) {
   ResetVectorDirs();
   ResetHost();
   ASSERT_EQ(std::system("rmdir /tmp/resp"), 0);
-  int value = 0;
-  EXPECT_EQ(CaptureStdout([&] { value = fips_tv_get_drbg_entropy_source(3); }),
-            "Couldn't open /tmp/resp/entropy_samples\n");
-  EXPECT_EQ(value, -1);
+  EXPECT_EQ(Export(3).second, "Couldn't open /tmp/resp/entropy_samples\n");
+  EXPECT_EQ(Export(3).first, -1);
   EXPECT_TRUE(Host().entropy_lengths.empty());
-
   ResetVectorDirs();
   MountTinyResponseDir(4096);
-  const std::string printed = CaptureStdout([&] { value = fips_tv_get_drbg_entropy_source(10); });
+  const auto [value, printed] = Export(10);
   EXPECT_EQ(value, 640);
   EXPECT_TRUE(OneOf(printed, {"Problem writing entropy to rsp file\n",
                               "Problem writing EOL to rsp file\n"})) << printed;
