@@ -1,8 +1,6 @@
 #!/bin/sh
-# cmake --install into a private prefix; the README's example host built
-# against it with pkg-config and an rpath passes the self-tests and answers
-# the installed samples, which the installed fipsval verifies.
-# usage: install_test.sh BUILD_DIR C_COMPILER SOURCE_DIR [SANITIZERS]
+# usage: install_test.sh BUILD_DIR C_COMPILER SOURCE_DIR [SANITIZERS]: cmake --install, then the
+# README's example host, built with pkg-config, passes the self-tests and answers the samples.
 set -eu
 build=$1 cc=$2 source=$3 extra=${4:+-fsanitize=$4}
 # A sanitizer build's C++ library needs the C++ sanitizer runtime in the host.
