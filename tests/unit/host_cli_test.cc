@@ -216,23 +216,21 @@ TEST(HostCliHelp, HelpExampleAndQuietVerboseAnywhere) {
 }
 
 // The host's noise-source health tests (its RNG self-test is run by the
-// self-tests above).
+// self-tests above): a run of six equal samples passes, seven fail; every
+// other sample equal to the window's first is no long run but too frequent.
 TEST(HostEntropy, HealthTestsCatchRunsAndBias) {
   std::mt19937 rng(12345);
-  std::vector<uint8_t> samples(8192), run;
-  for (auto& b : samples) b = static_cast<uint8_t>(rng());
-  EXPECT_TRUE(host::RunHealthTests(samples).ok);
-  run = samples;  // a run of six passes, seven fails
-  std::fill(run.begin() + 100, run.begin() + 106, 0x42);
-  run[99] = 0x41;
-  run[106] = 0x43;
-  EXPECT_TRUE(host::RunHealthTests(run).ok);
-  run[106] = 0x42;
-  EXPECT_TRUE(Has(host::RunHealthTests(run).failure, "repetition count"));
-  for (std::size_t i = 0; i < 1024; ++i) {  // every other sample the window's first
-    samples[i] = i % 2 ? samples[i] ^ (samples[i] == samples[0]) : samples[0];
-  }
-  EXPECT_TRUE(Has(host::RunHealthTests(samples).failure, "adaptive proportion"));
+  std::vector<uint8_t> s(8192);
+  for (auto& b : s) b = static_cast<uint8_t>(rng());
+  EXPECT_TRUE(host::RunHealthTests(s).ok);
+  std::fill(s.begin() + 100, s.begin() + 106, 0x42);
+  s[99] = 0x41;
+  s[106] = 0x43;
+  EXPECT_TRUE(host::RunHealthTests(s).ok);
+  s[106] = 0x42;
+  EXPECT_TRUE(Has(host::RunHealthTests(s).failure, "repetition count"));
+  for (std::size_t i = 0; i < 1024; ++i) s[i] = i % 2 ? s[i] ^ (s[i] == s[0]) : s[0];
+  EXPECT_TRUE(Has(host::RunHealthTests(s).failure, "adaptive proportion"));
 }
 
 }  // namespace
