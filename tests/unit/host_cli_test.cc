@@ -142,11 +142,12 @@ TEST_F(HostCli, EntriesPlantedAtTheMarkerAreNeitherFollowedNorWaitedOn) {
   if (!AsNobody("true")) GTEST_SKIP() << "no second uid (setpriv as nobody failed)";
   WriteFile("/tmp/victim", "secret first line\n");
   chmod("/tmp/victim", 0600);
-  for (const auto& [plant, kind] : {std::pair{"ln -s /tmp/victim", "a symbolic link"},
-                                    std::pair{"mkfifo", "a FIFO"}}) {
-    const std::string reason = std::string("/data/etc/katfail: it is ") + kind + ", not a regular file";
+  using Plant = std::pair<std::string, std::string>;
+  for (const auto& [plant, kind] : {Plant{"ln -s /tmp/victim", "a symbolic link"},
+                                    Plant{"mkfifo", "a FIFO"}}) {
+    const std::string reason = "/data/etc/katfail: it is " + kind + ", not a regular file";
     chmod("/data/etc", 0777);
-    ASSERT_TRUE(AsNobody(std::string(plant) + " /data/etc/katfail")) << plant;
+    ASSERT_TRUE(AsNobody(plant + " /data/etc/katfail")) << plant;
     chmod("/data/etc", 0755);
     EXPECT_TRUE(Ran(Fipsval({"selftest", "--force", "AES"}), 1,
                     "cannot write the forced-failure marker " + reason, ""));
