@@ -3,7 +3,6 @@
 # README's example host, built with pkg-config, passes the self-tests and answers the samples.
 set -eu
 build=$1 cc=$2 source=$3 extra=${4:+-fsanitize=$4}
-# A sanitizer build's C++ library needs the C++ sanitizer runtime in the host.
 case "$extra$cc" in -f*clang*) extra="$extra -fsanitize-link-c++-runtime -lstdc++" ;; esac
 fail() { cat /tmp/step.out 2>/dev/null; echo "FAIL: $*"; exit 1; }
 prefix=/tmp/fipsval-prefix fv=/tmp/fipsval-prefix/bin/fipsval

@@ -29,7 +29,6 @@ case "$(dpkg-deb -f "$dev" Depends)" in "libfipsval$so (= $version)"*) ;; *) fai
 case "$(dpkg-deb -f "$tool" Depends)" in "libfipsval$so (= $version)"*libssl3*) ;; *) fail "tool depends";; esac
 dpkg-deb -I "$runtime" shlibs | grep -q "^libfipsval $so libfipsval$so" || fail shlibs
 dpkg-deb -I "$tool" conffiles | grep -qx /etc/fipsval/vpn.cfg || fail conffiles
-# An empty package database: the system's libc, libstdc++ and libssl stand in.
 mkdir -p "$root/var/lib/dpkg/info" "$root/var/lib/dpkg/updates" "$root/var/lib/dpkg/triggers"
 touch "$root/var/lib/dpkg/status" "$root/var/lib/dpkg/available"
 dpkg --root="$root" --force-depends -i "$runtime" "$dev" "$tool" >/tmp/step.out 2>&1 || fail "dpkg -i"

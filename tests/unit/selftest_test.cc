@@ -117,9 +117,8 @@ TEST_F(SelfTests, EachNameForcesItsTestAloneAndEntersTheErrorMode) {
       EXPECT_EQ(Call(fips_self_tests),
                 std::make_pair(mask, "\nForcing failure of " + std::string(f.name) + "\n" +
                                          ExpectedRun(mask))) << f.name;
-      EXPECT_EQ(Host().vpn_cfg_args, Ints{f.bit & 64}) << f.name;
-      EXPECT_EQ(Host().firmware_args, Ints{f.bit & 1}) << f.name;
-      EXPECT_EQ(Host().rng_args, Ints{f.bit & 32}) << f.name;
+      EXPECT_EQ(std::tuple(Host().vpn_cfg_args, Host().firmware_args, Host().rng_args),
+                std::tuple(Ints{f.bit & 64}, Ints{f.bit & 1}, Ints{f.bit & 32})) << f.name;
       EXPECT_EQ(Host().logged, mask ? Texts{text} : Texts{}) << f.name;
       EXPECT_EQ(Host().error_modes, (mask ? ErrorModes{{-3, text}} : ErrorModes{})) << f.name;
       EXPECT_FALSE(FileExists(kMarker)) << f.name;
