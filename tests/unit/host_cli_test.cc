@@ -7,9 +7,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <random>
-
-#include "host/core/entropy_source.h"
 #include "tests/support/test_env.h"
 
 namespace fipsval::testing {
@@ -188,7 +185,6 @@ TEST_F(HostCli, ConfigurationChecksFailUntilRehashedAndAnUnstoredDigestFails) {
   EXPECT_TRUE(Ran(r, 3, "configuration integrity: cannot read " + cfg_));
   EXPECT_TRUE(Ran(r, 3, "firmware integrity: cannot read the stored digest"));
   EXPECT_TRUE(Ran(r, 3, "mask 65"));
-  EXPECT_TRUE(Ran(Run({"update-config"}), 1));
 }
 
 TEST(HostCliHelp, HelpExampleAndQuietVerboseAnywhere) {
@@ -199,10 +195,6 @@ TEST(HostCliHelp, HelpExampleAndQuietVerboseAnywhere) {
                            "/var/lib/fipsval", "/etc/fipsval/vpn.cfg", "\nCTR_DRBG tests: "}) {
     EXPECT_TRUE(Has(r.out, text)) << text;
   }
-  EXPECT_FALSE(Has(r.out, "CTR_DRBG tests on this machine"));
-  const std::string entropy = Fipsval({"help", "entropy"}).out;
-  EXPECT_TRUE(Has(entropy, "\"Min-Entropy Total = COUNT\"") && Has(entropy, "1280 lower-case hex"));
-  EXPECT_TRUE(Has(Fipsval({"run", "--help"}).out, "Exit: 0"));
 
   const std::string list = Fipsval({"list"}).out;
   for (auto args : {std::vector<std::string>{"-q", "list"}, {"list", "-v"},
@@ -214,23 +206,6 @@ TEST(HostCliHelp, HelpExampleAndQuietVerboseAnywhere) {
   const std::string example = ReadFile(FIPSVAL_SOURCE_DIR "/tests/install/example_host.c");
   EXPECT_TRUE(!example.empty() &&
               Has(ReadFile(FIPSVAL_SOURCE_DIR "/README.md"), "```c\n" + example + "```\n"));
-}
-
-// The host's noise-source health tests (its RNG self-test is run by the
-// self-tests above): a run of six equal samples passes, seven fail; every
-// other sample equal to the window's first is no long run but too frequent.
-TEST(HostEntropy, HealthTestsCatchRunsAndBias) {
-  std::mt19937 rng(12345);
-  std::vector<uint8_t> s(8192);
-  for (auto& b : s) b = static_cast<uint8_t>(rng());
-  std::fill(s.begin() + 100, s.begin() + 106, 0x42);
-  s[99] = 0x41;
-  s[106] = 0x43;
-  EXPECT_TRUE(host::RunHealthTests(s).ok);
-  s[106] = 0x42;
-  EXPECT_TRUE(Has(host::RunHealthTests(s).failure, "repetition count"));
-  for (std::size_t i = 0; i < 1024; ++i) s[i] = i % 2 ? s[i] ^ (s[i] == s[0]) : s[0];
-  EXPECT_TRUE(Has(host::RunHealthTests(s).failure, "adaptive proportion"));
 }
 
 }  // namespace

@@ -113,7 +113,7 @@ TEST(AbsentRequests, EachSuitePrintsItsTitlesAndOneLinePerFile) {
   // closed; the entropy export reads no sample.
   ASSERT_EQ(std::system("rmdir /tmp/resp"), 0);
   ResetHost();
-  EXPECT_EQ(Export(3), std::make_pair(-1, std::string("Couldn't open /tmp/resp/entropy_samples\n")));
+  EXPECT_EQ(Export(3), std::make_pair(-1, Lines({"Couldn't open /tmp/resp/entropy_samples"})));
   EXPECT_TRUE(Host().entropy_lengths.empty());
   WriteRequest("SHA1Monte", Crlf("Seed = 00\n"));
   const int fds = OpenDescriptorCount();
