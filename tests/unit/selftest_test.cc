@@ -22,8 +22,8 @@
 
 // What the wrapped calls saw; each forwards to OpenSSL.
 namespace {
-thread_local int t_aes_decrypt_setups, t_verifies, t_verifies_ok;
-thread_local std::vector<uint8_t> t_tdes_decrypt_in, t_tdes_decrypt_out;
+int t_aes_decrypt_setups, t_verifies, t_verifies_ok;
+std::vector<uint8_t> t_tdes_decrypt_in, t_tdes_decrypt_out;
 template <typename Fn>
 Fn Real(Fn, const char* name) {
   return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
