@@ -1,16 +1,16 @@
-// The suite descriptors, the suite lists, and what a run operation does
-// when its request files or the response directory are missing.
+// The harness: the suite descriptors and lists, what a run operation does
+// when its request files or the response directory are missing, and the
+// entropy-sample export (its layout, results, a failing source, a short
+// write at each of its writes, a missing or full response directory).
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <filesystem>
-#include <initializer_list>
 #include <map>
-#include <string>
-#include <vector>
+#include <set>
 
 #include "fipsval.h"
+#include "harness/runners.h"
+#include "tests/support/host_doubles.h"
 #include "tests/support/test_env.h"
 
 namespace fipsval::testing {
@@ -18,164 +18,162 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-Names FileList(const fips_tv& tv) {
+Names Files(const fips_tv* tv) {
   Names names;
-  for (const char* const* f = tv.get_filenames(); *f; ++f)
-    names.emplace_back(*f);
+  for (const char* const* f = tv->get_filenames(); *f; ++f) names.emplace_back(*f);
   return names;
 }
-
-struct Suite {
-  const fips_tv* tv;
-  const char* name;
-  const char* dir;
-};
-const Suite kSuites[] = {{&fips_tv_3des, "3DES", "TDES"},
-                         {&fips_tv_aes, "AES", "AES"},
-                         {&fips_tv_aes_wf, "AES-WF", "AES"},
-                         {&fips_tv_hmac, "HMAC", "HMAC"},
-                         {&fips_tv_rbg, "DRBG800-90A", "DRBG800-90A"},
-                         {&fips_tv_rsa, "RSA2", "RSA2"},
-                         {&fips_tv_sha1, "SHA1", "SHA"},
-                         {&fips_tv_sha256, "SHA256", "SHA"},
-                         {&fips_tv_ssh, "SSH", "KDF135"},
-                         {&fips_tv_tls, "TLS", "KDF135"}};
-
-TEST(Descriptors, NamesAndDirs) {
-  for (const Suite& s : kSuites) {
-    EXPECT_STREQ(s.tv->name, s.name);
-    EXPECT_STREQ(s.tv->dir, s.dir);
-    EXPECT_NE(s.tv->run, nullptr) << s.name;
-  }
-}
-
-// The suites of a directory name exactly the requests that the sample
-// generator writes there.
-TEST(Descriptors, FileListsNameTheSampleRequests) {
-  std::map<std::string, Names> listed;
-  for (const Suite& s : kSuites) {
-    for (const std::string& f : FileList(*s.tv)) listed[s.dir].push_back(f);
-  }
-  for (auto& [dir, names] : listed) {
-    Names samples;
-    const std::string req =
-        std::string(FIPSVAL_SOURCE_DIR) + "/samples/" + dir + "/req";
-    for (const auto& entry : std::filesystem::directory_iterator(req)) {
-      samples.push_back(entry.path().stem());
-    }
-    std::sort(names.begin(), names.end());
-    std::sort(samples.begin(), samples.end());
-    EXPECT_EQ(names, samples) << dir;
-  }
-}
-
-Names Members(const fips_tv* const* list) {
-  Names names;
-  for (; *list; ++list) names.emplace_back((*list)->name);
-  return names;
-}
-
-TEST(Lists, MembersInOrderEndingInNull) {
-  EXPECT_EQ(Members(fips_tv_ops),
-            (Names{"AES", "HMAC", "SHA1", "SHA256", "3DES"}));
-  EXPECT_EQ(Members(fips_tv_ssl_ops), (Names{"AES", "HMAC", "RSA2", "SHA1",
-                                             "SHA256", "3DES", "SSH", "TLS"}));
-  EXPECT_EQ(Members(fips_tv_rbg_ops), Names{"DRBG800-90A"});
-  EXPECT_EQ(Members(fips_tv_wf_ops), Names{"AES-WF"});
-  // The lists hold the exported descriptors themselves.
-  EXPECT_EQ(fips_tv_ops[1], &fips_tv_hmac);
-  EXPECT_EQ(fips_tv_ssl_ops[2], &fips_tv_rsa);
-  EXPECT_EQ(fips_tv_rbg_ops[0], &fips_tv_rbg);
-  EXPECT_EQ(fips_tv_wf_ops[0], &fips_tv_aes_wf);
-}
-
-std::string Missing(const std::string& name) {
-  return "Couldn't open /tmp/req/" + name + ".req";
-}
-
-// The printed lines, each with its newline.
-std::string Printed(std::initializer_list<std::string> lines) {
+// The printed lines: a title, or "!name" for a request that is missing.
+std::string Lines(const Names& lines) {
   std::string out;
-  for (const std::string& line : lines) out += line + "\n";
+  for (const std::string& l : lines) {
+    out += l[0] == '!' ? "Couldn't open /tmp/req/" + l.substr(1) + ".req\n" : l + "\n";
+  }
   return out;
 }
+std::string Missing(Names files) {
+  for (std::string& f : files) f = "!" + f;
+  return Lines(files);
+}
 
-Names ResponseFiles() {
-  Names found;
-  for (const Suite& s : kSuites) {
-    for (const std::string& f : FileList(*s.tv)) {
-      if (ResponseExists(f)) found.push_back(f);
+// The lists' members with their names and directories (for the host); the
+// suites of a directory list exactly the requests that the sample
+// generator writes there.
+TEST(Descriptors, ListsNameTheirSuitesDirectoriesAndSampleRequests) {
+  std::string text;
+  std::map<std::string, std::set<std::string>> listed, samples;
+  for (const fips_tv* const* tv : {fips_tv_ops, fips_tv_ssl_ops, fips_tv_rbg_ops, fips_tv_wf_ops}) {
+    for (; *tv; ++tv) {
+      text += std::string((*tv)->name) + ":" + (*tv)->dir + " ";
+      for (const std::string& f : Files(*tv)) listed[(*tv)->dir].insert(f);
+      for (const auto& e : std::filesystem::directory_iterator(FIPSVAL_SOURCE_DIR "/samples/" +
+                                                               std::string((*tv)->dir) + "/req")) {
+        samples[(*tv)->dir].insert(e.path().stem());
+      }
     }
+    text += "| ";
   }
-  return found;
+  EXPECT_EQ(text, "AES:AES HMAC:HMAC SHA1:SHA SHA256:SHA 3DES:TDES | AES:AES HMAC:HMAC RSA2:RSA2 "
+                  "SHA1:SHA SHA256:SHA 3DES:TDES SSH:KDF135 TLS:KDF135 | DRBG800-90A:DRBG800-90A | "
+                  "AES-WF:AES | ");
+  EXPECT_EQ(listed, samples);
+  EXPECT_TRUE(fips_tv_ssl_ops[0] == &fips_tv_aes && fips_tv_ssl_ops[2] == &fips_tv_rsa &&
+              fips_tv_rbg_ops[0] == &fips_tv_rbg && fips_tv_wf_ops[0] == &fips_tv_aes_wf);
 }
 
-// The full output of suites whose runners print nothing but failures.
-TEST(AbsentRequests, TitledSuitesPrintTitlesAndOneLinePerFile) {
-  ResetVectorDirs();
-  // clang-format off
-  EXPECT_EQ(CaptureStdout(fips_test_vectors_3des), Printed({
-      "TDES KAT",
-      "TDES KAT VARTEXT", Missing("TCBCvartext"),
-      "TDES KAT INVPERM", Missing("TCBCinvperm"),
-      "TDES KAT VARKEY", Missing("TCBCvarkey"),
-      "TDES KAT PERMOP", Missing("TCBCpermop"),
-      "TDES KAT SUBTAB", Missing("TCBCsubtab"),
-      "TDES MMT", Missing("TCBCMMT1"), Missing("TCBCMMT2"), Missing("TCBCMMT3"),
-      "TDES MCT",
-      "TDES MCT 1", Missing("TCBCMonte1"),
-      "TDES MCT 2", Missing("TCBCMonte2"),
-      "TDES MCT 3", Missing("TCBCMonte3")}));
-  EXPECT_EQ(CaptureStdout(fips_test_vectors_rsa), Printed({
-      "Running PKCS1 tests",
-      "Running SigGen test", Missing("SigGen15_186-3"),
-      "Running SigVer test", Missing("SigVer15_186-3"),
-      "Running KeyGen tests",
-      "Running KeyGen test", Missing("KeyGen_186-3"),
-      "Running KeyGen KAT test", Missing("KeyGen3_3_KAT"),
-      "Running KeyGen RP Prime test", Missing("KeyGen_RandomProbablyPrime3_3")}));
-  // clang-format on
-  EXPECT_EQ(ResponseFiles(), Names{});
+// The source's call n (from 0) fills the sample with 0xa0 + n and returns
+// `result`, except call `fails_at`, which returns -5.
+void Source(int result, int fails_at = -1) {
+  Host().read_entropy = [=, n = 0](unsigned char* buf, int len) mutable {
+    if (n == fails_at) return -5;
+    std::fill(buf, buf + len, static_cast<unsigned char>(0xa0 + n++));
+    return result;
+  };
 }
 
-TEST(AbsentRequests, UntitledSuitesPrintOneLinePerFile) {
+// The export's result and what it printed; into `out` when given.
+std::pair<int, std::string> Export(int count, std::FILE* out = nullptr) {
+  int v = 0;
+  std::string printed = CaptureStdout(
+      [&] { v = out ? WriteEntropySamples(out, count) : fips_tv_get_drbg_entropy_source(count); });
+  return {v, printed};
+}
+std::string Samples(int count, int lines) {
+  std::string text = "Min-Entropy Total = " + std::to_string(count) + "\r\n";
+  for (int n = 0; n < lines; ++n) text += Hex(std::vector<uint8_t>(640, 0xa0 + n)) + "\r\n";
+  return text;
+}
+
+// Every file in its order, with the titles; no response file is made.
+TEST(AbsentRequests, EachSuitePrintsItsTitlesAndOneLinePerFile) {
   ResetVectorDirs();
-  for (const fips_tv* tv : {&fips_tv_hmac, &fips_tv_sha1, &fips_tv_sha256,
-                            &fips_tv_rbg, &fips_tv_ssh, &fips_tv_tls}) {
-    std::string expected;
-    for (const std::string& f : FileList(*tv)) expected += Missing(f) + "\n";
+  EXPECT_EQ(CaptureStdout(fips_test_vectors_3des),
+            Lines({"TDES KAT", "TDES KAT VARTEXT", "!TCBCvartext", "TDES KAT INVPERM",
+                   "!TCBCinvperm", "TDES KAT VARKEY", "!TCBCvarkey", "TDES KAT PERMOP",
+                   "!TCBCpermop", "TDES KAT SUBTAB", "!TCBCsubtab", "TDES MMT", "!TCBCMMT1",
+                   "!TCBCMMT2", "!TCBCMMT3", "TDES MCT", "TDES MCT 1", "!TCBCMonte1",
+                   "TDES MCT 2", "!TCBCMonte2", "TDES MCT 3", "!TCBCMonte3"}));
+  EXPECT_EQ(CaptureStdout(fips_test_vectors_rsa),
+            Lines({"Running PKCS1 tests", "Running SigGen test", "!SigGen15_186-3",
+                   "Running SigVer test", "!SigVer15_186-3", "Running KeyGen tests",
+                   "Running KeyGen test", "!KeyGen_186-3", "Running KeyGen KAT test",
+                   "!KeyGen3_3_KAT", "Running KeyGen RP Prime test",
+                   "!KeyGen_RandomProbablyPrime3_3"}));
+  for (const fips_tv* tv : {&fips_tv_hmac, &fips_tv_sha1, &fips_tv_sha256, &fips_tv_rbg,
+                            &fips_tv_ssh, &fips_tv_tls}) {
+    EXPECT_EQ(CaptureStdout(tv->run), Missing(Files(tv))) << tv->name;
+  }
+  for (const fips_tv* tv : {&fips_tv_aes, &fips_tv_aes_wf}) {
+    std::string expected;  // the AES runners announce each file first
+    for (const std::string& f : Files(tv)) expected += Lines({"Running file " + f, "!" + f});
     EXPECT_EQ(CaptureStdout(tv->run), expected) << tv->name;
   }
-  EXPECT_EQ(ResponseFiles(), Names{});
-}
-
-TEST(AbsentRequests, AesSuitesReportEveryFileInOrder) {
-  // The AES runners announce each file first; only the order of the
-  // "Couldn't open" lines is checked here.
-  ResetVectorDirs();
-  for (const fips_tv* tv : {&fips_tv_aes, &fips_tv_aes_wf}) {
-    const std::string out = CaptureStdout(tv->run);
-    std::size_t pos = 0;
-    for (const std::string& f : FileList(*tv)) {
-      pos = out.find(Missing(f) + "\n", pos);
-      EXPECT_NE(pos, std::string::npos) << f << " in:\n" << out;
-    }
-  }
-  EXPECT_EQ(ResponseFiles(), Names{});
-}
-
-TEST(MissingResponseDir, NamesTheResponsePathAndClosesTheRequest) {
-  ResetVectorDirs();
+  EXPECT_TRUE(std::filesystem::is_empty("/tmp/resp"));
+  // Without the response directory: the response path, and the request is
+  // closed; the entropy export reads no sample.
   ASSERT_EQ(std::system("rmdir /tmp/resp"), 0);
-  WriteRequest("HMAC", Crlf("[L=20]\n"));
+  ResetHost();
+  EXPECT_EQ(Export(3), std::make_pair(-1, Lines({"Couldn't open /tmp/resp/entropy_samples"})));
+  EXPECT_TRUE(Host().entropy_lengths.empty());
   WriteRequest("SHA1Monte", Crlf("Seed = 00\n"));
   const int fds = OpenDescriptorCount();
-  EXPECT_EQ(CaptureStdout(fips_test_vectors_hmac),
-            "Couldn't open /tmp/resp/HMAC.rsp\n");
-  EXPECT_EQ(CaptureStdout(fips_test_vectors_sha1),
-            Printed({Missing("SHA1ShortMsg"), Missing("SHA1LongMsg"),
-                     "Couldn't open /tmp/resp/SHA1Monte.rsp"}));
+  EXPECT_EQ(CaptureStdout(fips_test_vectors_sha1), Missing({"SHA1ShortMsg", "SHA1LongMsg"}) +
+                                                       "Couldn't open /tmp/resp/SHA1Monte.rsp\n");
   EXPECT_EQ(OpenDescriptorCount(), fds);
+}
+
+// The source's result passes through; a count of 0 or less writes the
+// header alone.
+TEST(Entropy, WritesTheCountThenOneHexLinePerSample) {
+  const struct {
+    int count, result, fails_at, value, lines, reads;
+    std::string printed;
+  } cases[] = {{3, 640, -1, 640, 3, 3, ""},  {1, 0, -1, 0, 1, 1, ""},
+               {0, 640, -1, -1, 0, 0, ""},   {-2, 640, -1, -1, 0, 0, ""},
+               {4, 640, 1, -5, 1, 2, "Problem reading entropy token\n"}};
+  for (const auto& c : cases) {
+    ResetVectorDirs();
+    ResetHost();
+    Source(c.result, c.fails_at);
+    const int fds = OpenDescriptorCount();
+    EXPECT_EQ(Export(c.count), std::make_pair(c.value, c.printed));
+    EXPECT_EQ(ReadFile("/tmp/resp/entropy_samples"), Samples(c.count, c.lines)) << c.count;
+    EXPECT_EQ(Host().entropy_lengths, std::vector<int>(c.reads, 640)) << c.count;
+    EXPECT_EQ(OpenDescriptorCount(), fds) << "samples file left open";
+  }
+}
+
+// Before the first sample a short write gives -1; inside the loop it gives
+// the last read result, and only the message tells it from success.
+TEST(Entropy, ShortWriteAtEachWriteEndsWithItsMessage) {
+  const std::string kEol = "Problem writing EOL to rsp file\n";
+  const struct {
+    std::size_t room;
+    int value;
+    std::string printed;
+  } cases[] = {{10, -1, "Problem writing rnd tag to rsp file\n"},
+               {20, -1, "Problem writing count to rsp file\n"}, {22, -1, kEol},
+               {23 + 1000, 640, "Problem writing entropy to rsp file\n"}, {23 + 1281, 640, kEol}};
+  for (const auto& c : cases) {
+    ResetHost();
+    Source(640);
+    std::string buf(c.room, '\0');
+    std::FILE* out = fmemopen(buf.data(), buf.size(), "w");
+    setvbuf(out, nullptr, _IONBF, 0);
+    EXPECT_EQ(Export(3, out), std::make_pair(c.value, c.printed)) << c.room;
+    std::fclose(out);
+  }
+}
+
+TEST(Entropy, FullResponseDirectoryEndsWithTheLastReadResult) {
+  ResetVectorDirs();
+  ResetHost();
+  MountTinyResponseDir(4096);
+  const auto [value, printed] = Export(10);
+  EXPECT_EQ(value, 640);
+  EXPECT_TRUE(OneOf(printed, {"Problem writing entropy to rsp file\n",
+                              "Problem writing EOL to rsp file\n"})) << printed;
+  EXPECT_LT(Host().entropy_lengths.size(), 10u);
 }
 
 }  // namespace
