@@ -7,6 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <vector>
+
+#include "host/core/entropy_source.h"
 #include "tests/support/test_env.h"
 
 namespace fipsval::testing {
@@ -206,6 +209,27 @@ TEST(HostCliHelp, HelpExampleAndQuietVerboseAnywhere) {
   const std::string example = ReadFile(FIPSVAL_SOURCE_DIR "/tests/install/example_host.c");
   EXPECT_TRUE(!example.empty() &&
               Has(ReadFile(FIPSVAL_SOURCE_DIR "/README.md"), "```c\n" + example + "```\n"));
+}
+
+// The RNG self-test's health tests at 7 bits per sample, alpha 2^-40: a run
+// of 7 equal samples fails the repetition count test, and 36 occurrences of
+// a window's first value in 1024 samples fail the adaptive proportion test.
+TEST(HostHealthTests, CutoffsOfTheRepetitionAndProportionTests) {
+  struct Case {
+    int repeats;     // copies of the window's first value
+    bool in_a_row;   // together (repetition) or spread out (proportion)
+    bool ok;
+  };
+  for (const Case c : {Case{6, true, true}, Case{7, true, false},
+                       Case{35, false, true}, Case{36, false, false}}) {
+    std::vector<uint8_t> samples(2048);
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+      samples[i] = static_cast<uint8_t>(1 + i % 255);  // never 0
+    }
+    for (int k = 0; k < c.repeats; ++k) samples[c.in_a_row ? k : k * 20] = 0;
+    EXPECT_EQ(host::RunHealthTests(samples).ok, c.ok)
+        << c.repeats << (c.in_a_row ? " in a row" : " spread");
+  }
 }
 
 }  // namespace
