@@ -274,6 +274,7 @@ TEST_F(HostResult, RunVerifyOnGoodSamplesValidatesAndCountsEveryFile) {
   EXPECT_EQ(Entry(doc, "verify", "HMAC")["verdict"], "PASS");
   // -q: one line per file and a line of totals for each phase.
   EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), files + 2) << r.out;
+  EXPECT_HAS(ReadFile("/tmp/r.xml"), "tests=\"" + std::to_string(2 * files) + "\" failures=\"0\"");
   ExpectValid();
 }
 
