@@ -197,6 +197,7 @@ TEST(RsaAnswerChecks, SigGen) {
                 "line 20: S does not verify under the section's n and e with SHA256"},
                {Replace(first_n, second_n), "line 8: S does not verify under the section's n and e with SHA1"},
                {Replace("S = ", "X = "), "line 6: the SHAAlg = SHA1 test has no S"},
+               {Replace("S = ", "S = zz", "SHA256"), "line 20: unreadable S"},
                {[](std::string) { return std::string(); }, "line 0: no S line to check"}});
 }
 
