@@ -1,4 +1,5 @@
-// The "[ENCRYPT]" and "[DECRYPT]" sections of the AES and TDES requests.
+// The "[ENCRYPT]" and "[DECRYPT]" sections of the AES and TDES requests,
+// and the data sizes their runners take.
 #include "host/acvp/conversion.h"
 
 namespace fipsval::host::acvp::internal {
@@ -19,6 +20,18 @@ void CipherSections::Finish(const std::string& header,
   file->slots = encrypt_slots;
   file->slots.insert(file->slots.end(), decrypt_slots.begin(),
                      decrypt_slots.end());
+}
+
+std::string BlockDataRefusal(std::size_t bytes, std::size_t block, bool monte,
+                             const char* field, long long tc_id) {
+  constexpr std::size_t kMaxDataBytes = 256;  // the runners' data buffers
+  const bool fits = monte ? bytes == block
+                          : bytes != 0 && bytes % block == 0 && bytes <= kMaxDataBytes;
+  if (fits) return {};
+  return "a " + std::string(field) + " of " + std::to_string(bytes) +
+         " bytes (tcId " + std::to_string(tc_id) + "): the runner takes " +
+         (monte ? "one " + std::to_string(block) + "-byte block"
+                : "1 to " + std::to_string(kMaxDataBytes / block) + " whole blocks");
 }
 
 }  // namespace fipsval::host::acvp::internal

@@ -97,6 +97,12 @@ struct CipherSections {
               RequestFile* file) const;
 };
 
+// Why the block-cipher runners cannot take `bytes` of data in a test of a
+// Monte Carlo group (one block) or another group (1 to 256 bytes of whole
+// blocks), naming the field and the tcId; empty when they can.
+std::string BlockDataRefusal(std::size_t bytes, std::size_t block, bool monte,
+                             const char* field, long long tc_id);
+
 // Converters by family; each handles all groups of the set.
 void ConvertAes(const Json& prompt, bool cbc, Conversion* out);
 void ConvertTdes(const Json& prompt, Conversion* out);

@@ -8,7 +8,6 @@
 namespace fipsval::host::acvp::internal {
 namespace {
 
-constexpr std::size_t kMaxDataBytes = 256;  // the runners' data buffers
 
 std::vector<SectionAnswers> AftAnswers() {
   return {{"[ENCRYPT]", {{"CIPHERTEXT = ", "ct"}}, "CIPHERTEXT = "},
@@ -81,15 +80,8 @@ void ConvertAes(const Json& prompt, bool cbc, Conversion* out) {
         t.Fail("iv", "is not 16 bytes");
         return;
       }
-      const std::size_t bytes = data->size() / 2;
-      if (mct ? bytes != 16
-              : bytes == 0 || bytes % 16 != 0 || bytes > kMaxDataBytes) {
-        unsupported = "a " + std::string(data_field) + " of " +
-                      std::to_string(bytes) + " bytes (tcId " +
-                      std::to_string(test.id) + "): the runner takes " +
-                      (mct ? "one 16-byte block" : "1 to 16 whole blocks");
-        break;
-      }
+      unsupported = BlockDataRefusal(data->size() / 2, 16, mct, data_field, test.id);
+      if (!unsupported.empty()) break;
       std::string text = "KEY = " + *key + "\r\n";
       if (cbc) text += "IV = " + *iv + "\r\n";
       text += (encrypt ? "PLAINTEXT = " : "CIPHERTEXT = ") + *data + "\r\n";

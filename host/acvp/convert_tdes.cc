@@ -6,7 +6,6 @@
 namespace fipsval::host::acvp::internal {
 namespace {
 
-constexpr std::size_t kMaxDataBytes = 256;  // the runner's data buffers
 
 std::vector<SectionAnswers> AftAnswers() {
   return {{"[ENCRYPT]", {{"CIPHERTEXT = ", "ct"}}, "CIPHERTEXT = "},
@@ -70,15 +69,8 @@ void ConvertTdes(const Json& prompt, Conversion* out) {
           return;
         }
       }
-      const std::size_t bytes = data->size() / 2;
-      if (monte ? bytes != 8
-                : bytes == 0 || bytes % 8 != 0 || bytes > kMaxDataBytes) {
-        unsupported = "a " + std::string(data_field) + " of " +
-                      std::to_string(bytes) + " bytes (tcId " +
-                      std::to_string(test.id) + "): the runner takes " +
-                      (monte ? "one 8-byte block" : "1 to 32 whole blocks");
-        break;
-      }
+      unsupported = BlockDataRefusal(data->size() / 2, 8, monte, data_field, test.id);
+      if (!unsupported.empty()) break;
       lines.push_back("KEY1 = " + *key1 + "\r\nKEY2 = " + *key2 +
                       "\r\nKEY3 = " + *key3 + "\r\nIV = " + *iv + "\r\n" +
                       (encrypt ? "PLAINTEXT = " : "CIPHERTEXT = ") + *data +
