@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "host/core/cavp_tree.h"
+#include "host/core/safe_io.h"
 #include "host/core/suite_catalog.h"
 
 namespace fipsval::host::acvp {
@@ -27,23 +28,22 @@ std::string Errno(const std::string& what) {
 
 // A new file that nothing else can have placed or redirected.
 bool WriteNew(const std::string& path, const std::string& text, std::string* error) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-  if (fd < 0) {
+  UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!fd) {
     *error = Errno("cannot create " + path);
     return false;
   }
   std::size_t done = 0;
   while (done < text.size()) {
-    const ssize_t n = write(fd, text.data() + done, text.size() - done);
+    const ssize_t n = write(fd.get(), text.data() + done, text.size() - done);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
       *error = Errno("cannot write " + path);
-      close(fd);
       return false;
     }
     done += static_cast<std::size_t>(n);
   }
-  if (close(fd) != 0) {
+  if (close(fd.Release()) != 0) {
     *error = Errno("cannot write " + path);
     return false;
   }
@@ -52,22 +52,17 @@ bool WriteNew(const std::string& path, const std::string& text, std::string* err
 
 // Reads a regular file (not through a link); false when there is none.
 bool ReadRegular(const std::string& path, std::string* text) {
-  const int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return false;
+  const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   struct stat st {};
-  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-    close(fd);
-    return false;
-  }
+  if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
   text->clear();
   char buffer[65536];
   for (;;) {
-    const ssize_t n = read(fd, buffer, sizeof buffer);
+    const ssize_t n = read(fd.get(), buffer, sizeof buffer);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) break;
     text->append(buffer, static_cast<std::size_t>(n));
   }
-  close(fd);
   return true;
 }
 

@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <set>
 #include <string_view>
@@ -110,16 +111,17 @@ std::vector<std::string> UnhandledRequests(
     UniqueFd dir = OpenDirBelow(tree, dir_name, false, &why);
     UniqueFd req =
         dir ? OpenDirBelow(dir.get(), "req", false, &why) : UniqueFd();
-    DIR* listing = req ? fdopendir(req.Release()) : nullptr;
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(
+        req ? fdopendir(req.get()) : nullptr, closedir);
     if (!listing) continue;
+    req.Release();  // closedir closes it now
     std::set<std::string> names;
-    while (const dirent* entry = readdir(listing)) {
+    while (const dirent* entry = readdir(listing.get())) {
       const std::string name = entry->d_name;
       if (name.ends_with(".req") && !handled.count(dir_name + "/" + name)) {
         names.insert(name);
       }
     }
-    closedir(listing);
     for (const std::string& name : names) {
       unhandled.push_back(Join(Join(Join(tree_name, dir_name), "req"), name));
     }
