@@ -67,6 +67,31 @@ TEST(Acvp, AGroupCutShortIsNotAnswered) {
   EXPECT_EQ(out.response["notAnswered"][0]["tgId"], 8);
 }
 
+// The largest inputs the runners take still make a request, one test each.
+TEST(Acvp, InputsAtTheRunnersLimitsAreConverted) {
+  const std::string zeros(64, '0'), drbg_group =
+      R"({"tgId": 1, "testType": "AFT", "mode": "AES-256", "derFunc": true, "predResistance": false,
+          "reSeed": true, "entropyInputLen": 256, "nonceLen": 128, "persoStringLen": 0,
+          "additionalInputLen": 0, "returnedBitsLen": 512, "tests": [{"tcId": 1,
+          "entropyInput": ")" + zeros + R"(", "nonce": ")" + zeros.substr(32) + R"(", "persoString": "", "otherInput": [
+          {"intendedUse": "reSeed", "additionalInput": "", "entropyInput": ")" + zeros + R"("},
+          {"intendedUse": "generate", "additionalInput": "", "entropyInput": ""},
+          {"intendedUse": "generate", "additionalInput": "", "entropyInput": ""}]}]})";
+  for (const std::string& set : {
+           Set(R"("algorithm": "HMAC-SHA-1", "revision": "1.0")",
+               R"({"tgId": 1, "testType": "AFT", "macLen": 160, "tests": [{"tcId": 1, "key": "00", "msg": ")" +
+                   std::string(1008, 'a') + "\"}]}"),
+           Set(R"("algorithm": "SHA-1", "revision": "1.0")",
+               R"({"tgId": 1, "testType": "AFT", "tests": [{"tcId": 1, "len": 79936, "msg": ")" +
+                   std::string(19984, 'a') + "\"}]}"),
+           Set(R"("algorithm": "ctrDRBG", "revision": "1.0")", drbg_group)}) {
+    const Conversion c = ConvertVectorSet(Json::parse(set));
+    EXPECT_EQ(c.error, "");
+    ASSERT_EQ(c.files.size(), 1u) << (c.unanswered.empty() ? "" : c.unanswered[0].reason);
+    EXPECT_EQ(c.files[0].slots.size(), 1u) << c.files[0].name;
+  }
+}
+
 // `fipsval acvp PROMPT`: a bad document is one line naming the field, exit
 // 2; a set no group of which can be answered gives each reason, exit 1.
 TEST(Acvp, BadDocumentsAndUnanswerableSets) {
@@ -93,6 +118,9 @@ TEST(Acvp, BadDocumentsAndUnanswerableSets) {
       {Set(R"("algorithm": "kdf-components", "mode": "ssh", "revision": "1.0")",
            R"({"tgId": 2, "testType": "AFT", "cipher": "AES-128", "hashAlg": "SHA2-512", "tests": []})"),
        1, "hashAlg \"SHA2-512\""},
+      {Set(R"("algorithm": "kdf-components", "mode": "ssh", "revision": "1.0")",
+           R"({"tgId": 2, "testType": "AFT", "cipher": "AES-512", "hashAlg": "SHA-1", "tests": []})"),
+       2, "field \"cipher\" is not TDES, AES-128, AES-192 or AES-256"},
   };
   for (const auto& c : kCases) {
     std::string path = c.prompt;

@@ -185,6 +185,23 @@ TEST_F(HostRun, EveryRequestFileGetsAnOutcomeAndTheStatusFollows) {
   }
 }
 
+// By default the library's section titles are shown once each; with -q
+// only the files that have a problem, and one merely absent has none.
+TEST_F(HostRun, TitlesOnceByDefaultAndOnlyProblemsWhenQuiet) {
+  Shell("mkdir -p /tmp/tree/TDES/req && cp " + kSamples + "/TDES/req/TCBCvartext.req " + kSamples +
+        "/TDES/req/TCBCinvperm.req /tmp/tree/TDES/req/");
+  const ProgramResult run = Fipsval({"run", "--suite", "3DES", "/tmp/tree"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out.substr(0, 26), "TDES KAT\nTDES KAT VARTEXT\n");
+  EXPECT_EQ(run.out.find("TDES KAT VARTEXT", 20), std::string::npos) << run.out;
+  WriteFile("/tmp/tree/TDES/req/TCBCinvperm.req", "[ENCRYPT]\n");
+  const ProgramResult quiet = Fipsval({"run", "-q", "--suite", "3DES", "/tmp/tree"});
+  EXPECT_EQ(quiet.status, 1);
+  EXPECT_EQ(quiet.out.substr(0, quiet.out.find("\nrun: ")),
+            "not answered /tmp/tree/TDES/req/TCBCinvperm.req: not run, the library cannot read it right: "
+            "line 1: line ends in LF, not CR LF");
+}
+
 // A run killed part way leaves a record that says so, and no response of
 // an earlier run for the files it was to answer.
 TEST_F(HostRun, AKilledRunLeavesAnUnfinishedRecordAndNoStaleResponses) {
@@ -310,6 +327,23 @@ TEST_F(HostResult, FailuresNameTheFileAndTheCause) {
     EXPECT_HAS(detail, c.detail);
     EXPECT_HAS(ReadFile("/tmp/r.xml"), "<failure");
     ExpectValid();
+  }
+}
+
+// A run that stopped is a failed case of its own; files that verify skips
+// or stops are skipped cases that say why.
+TEST(HostJunit, StoppedRunsAndSkippedFilesHaveTheirCases) {
+  host::RunResult run;
+  run.error = "stopped: disk full";
+  host::VerifyTally tally;
+  tally.files = {{"SHA", "A", "SKIP", "no answers", 0}, {"RSA2", "B", "STOPPED", "by design", 0}};
+  host::ResultReport report;
+  report.run = &run;
+  report.verify = &tally;
+  const std::string xml = host::ResultJunit(report);
+  for (const char* part : {"<failure type=\"run\" message=\"stopped: disk full\">", "failures=\"1\"",
+                           "<skipped message=\"SKIP: no answers\"/>", "<skipped message=\"STOPPED: by design\"/>"}) {
+    EXPECT_HAS(xml, part);
   }
 }
 
