@@ -67,16 +67,19 @@ TEST(Acvp, AGroupCutShortIsNotAnswered) {
   EXPECT_EQ(out.response["notAnswered"][0]["tgId"], 8);
 }
 
-// The largest inputs the runners take still make a request, one test each.
-TEST(Acvp, InputsAtTheRunnersLimitsAreConverted) {
-  const std::string zeros(64, '0'), drbg_group =
-      R"({"tgId": 1, "testType": "AFT", "mode": "AES-256", "derFunc": true, "predResistance": false,
+// A ctrDRBG group the driver's parameter block holds, with one test.
+const std::string kZeros(64, '0');
+const std::string kDrbgGroup =
+    R"({"tgId": 1, "testType": "AFT", "mode": "AES-256", "derFunc": true, "predResistance": false,
           "reSeed": true, "entropyInputLen": 256, "nonceLen": 128, "persoStringLen": 0,
           "additionalInputLen": 0, "returnedBitsLen": 512, "tests": [{"tcId": 1,
-          "entropyInput": ")" + zeros + R"(", "nonce": ")" + zeros.substr(32) + R"(", "persoString": "", "otherInput": [
-          {"intendedUse": "reSeed", "additionalInput": "", "entropyInput": ")" + zeros + R"("},
+          "entropyInput": ")" + kZeros + R"(", "nonce": ")" + kZeros.substr(32) + R"(", "persoString": "", "otherInput": [
+          {"intendedUse": "reSeed", "additionalInput": "", "entropyInput": ")" + kZeros + R"("},
           {"intendedUse": "generate", "additionalInput": "", "entropyInput": ""},
           {"intendedUse": "generate", "additionalInput": "", "entropyInput": ""}]}]})";
+
+// The largest inputs the runners take still make a request, one test each.
+TEST(Acvp, InputsAtTheRunnersLimitsAreConverted) {
   for (const std::string& set : {
            Set(R"("algorithm": "HMAC-SHA-1", "revision": "1.0")",
                R"({"tgId": 1, "testType": "AFT", "macLen": 160, "tests": [{"tcId": 1, "key": "00", "msg": ")" +
@@ -84,7 +87,7 @@ TEST(Acvp, InputsAtTheRunnersLimitsAreConverted) {
            Set(R"("algorithm": "SHA-1", "revision": "1.0")",
                R"({"tgId": 1, "testType": "AFT", "tests": [{"tcId": 1, "len": 79936, "msg": ")" +
                    std::string(19984, 'a') + "\"}]}"),
-           Set(R"("algorithm": "ctrDRBG", "revision": "1.0")", drbg_group)}) {
+           Set(R"("algorithm": "ctrDRBG", "revision": "1.0")", kDrbgGroup)}) {
     const Conversion c = ConvertVectorSet(Json::parse(set));
     EXPECT_EQ(c.error, "");
     ASSERT_EQ(c.files.size(), 1u) << (c.unanswered.empty() ? "" : c.unanswered[0].reason);
@@ -121,6 +124,9 @@ TEST(Acvp, BadDocumentsAndUnanswerableSets) {
       {Set(R"("algorithm": "kdf-components", "mode": "ssh", "revision": "1.0")",
            R"({"tgId": 2, "testType": "AFT", "cipher": "AES-512", "hashAlg": "SHA-1", "tests": []})"),
        2, "field \"cipher\" is not TDES, AES-128, AES-192 or AES-256"},
+      {Set(R"("algorithm": "ctrDRBG", "revision": "1.0")",
+           std::string(kDrbgGroup).erase(kDrbgGroup.find(R"("intendedUse": "generate")"), 26)),
+       2, "otherInput[1]: field \"intendedUse\" is missing"},
   };
   for (const auto& c : kCases) {
     std::string path = c.prompt;
@@ -144,7 +150,7 @@ TEST(Acvp, CheckComparesTestByTestAndNamesTheFirstDifference) {
       {"tgId": 2, "tests": [{"tcId": 3, "md": "EF"}]}]})");
   const Json response = Json::parse(R"({"vsId": 1, "algorithm": "SHA-1", "revision": "1.0", "testGroups": [
       {"tgId": 1, "tests": [{"tcId": 1, "md": "ab"}, {"tcId": 2, "md": "CE"}]}],
-      "notAnswered": [{"tgId": 2, "reason": "LDT"}]})");
+      "notAnswered": [{"tgId": 2, "reason": "LDT"}, {"tgId": "2"}]})");
   CheckTally tally;
   const std::string text = testing::CaptureStdout([&] { tally = CheckResponse(expected, response, nullptr, stdout); });
   EXPECT_EQ(tally.passed, 1);

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "harness/drbg_block.h"
+#include "host/core/ctr_drbg.h"
 #include "host/core/drbg_standin.h"
 #include "tests/support/test_util.h"
 
@@ -75,6 +76,17 @@ TEST(DrbgStandin, RefusesMalformedBlocksWithoutReadingThem) {
   }
   EXPECT_EQ(RunDrbgStandin(nullptr), -1);
   EXPECT_EQ(errno, EFAULT);
+}
+
+// A generate request may be as long as SP 800-90A allows, not a byte more,
+// and none before instantiation.
+TEST(CtrDrbg, RequestLimits) {
+  host::CtrDrbg drbg;
+  std::vector<uint8_t> out(host::CtrDrbg::kMaxRequest + 1);
+  EXPECT_FALSE(drbg.Generate({out.data(), 1}, {}));
+  drbg.Instantiate(FromHex(kDrbgAllEmpty.entropy), FromHex(kDrbgAllEmpty.nonce), {});
+  EXPECT_FALSE(drbg.Generate(out, {}));
+  EXPECT_TRUE(drbg.Generate({out.data(), out.size() - 1}, {}));
 }
 
 }  // namespace

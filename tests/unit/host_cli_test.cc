@@ -121,6 +121,7 @@ TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
       {{"run", "/tmp/empty"}, 1, "has no request folders"},
       {{"run", "--suite", "SHA1", "/tmp/tree"}, 1, "use --output DIR"},
       {{"entropy", "many"}, 2, ""},
+      {{"entropy", "--output"}, 2, "entropy: --output needs a directory"},
       {{"frobnicate"}, 2, "(see fipsval --help)"},
       {{}, 2, "(see fipsval --help)"},
       {{"help", "nope"}, 2, "(see fipsval --help)"}};
