@@ -200,6 +200,22 @@ TEST_F(SelfTests, MarkerThatIsNoRegularFileIsIgnoredAndSaidSo) {
   unlink(kVictim);
 }
 
+// No marker is the normal case, also where /data/etc is not a directory;
+// a path that cannot be looked up at all is said.
+TEST_F(SelfTests, MarkerPathThatCannotBeLookedUp) {
+  ASSERT_EQ(rename("/data/etc", "/data/etc.saved"), 0);
+  WriteFile("/data/etc", "");
+  const auto not_a_directory = Call(fips_check_fail);
+  unlink("/data/etc");
+  symlink("/data/etc", "/data/etc");  // a loop
+  const auto loop = Call(fips_check_fail);
+  unlink("/data/etc");
+  ASSERT_EQ(rename("/data/etc.saved", "/data/etc"), 0);
+  EXPECT_EQ(not_a_directory, std::make_pair(0, std::string()));
+  EXPECT_EQ(loop, std::make_pair(0, std::string("Ignoring /data/etc/katfail: cannot read it "
+                                                "(Too many levels of symbolic links)\n")));
+}
+
 TEST_F(SelfTests, MarkerThatCannotBeDeletedSaysTheFailureWillRepeat) {
   ASSERT_EQ(mount("etc", "/data/etc", "tmpfs", 0, nullptr), 0);
   WriteFile(kMarker, "RSA");
