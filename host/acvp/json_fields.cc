@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "host/core/safe_io.h"
+
 namespace fipsval::host::acvp {
 
 bool ParseJsonText(std::string_view text, std::string_view origin, Json* out,
@@ -35,31 +37,28 @@ bool ParseJsonText(std::string_view text, std::string_view origin, Json* out,
 bool LoadJsonFile(const std::string& path, Json* out, std::string* error) {
   // Non-blocking, so that a FIFO in place of the file cannot hold the
   // program; only a regular file is read.
-  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) {
+  const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!fd) {
     *error = path + ": cannot be read: " + std::strerror(errno);
     return false;
   }
   struct stat st {};
-  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-    close(fd);
+  if (fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) {
     *error = path + ": not a regular file";
     return false;
   }
   std::string text;
   char buffer[65536];
   for (;;) {
-    const ssize_t n = read(fd, buffer, sizeof buffer);
+    const ssize_t n = read(fd.get(), buffer, sizeof buffer);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) {
       *error = path + ": read error: " + std::strerror(errno);
-      close(fd);
       return false;
     }
     if (n == 0) break;
     text.append(buffer, static_cast<std::size_t>(n));
   }
-  close(fd);
   return ParseJsonText(text, path, out, error);
 }
 

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <vector>
 
+#include "host/core/safe_io.h"
+
 namespace fipsval::host {
 namespace {
 
@@ -20,25 +22,23 @@ constexpr double kAlphaLog2 = -40.0;      // false-alarm probability 2^-40
 constexpr int kAptWindow = 1024;
 
 bool ReadUrandom(std::span<uint8_t> out) {
-  const int fd = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
+  const UniqueFd fd(open("/dev/urandom", O_RDONLY | O_CLOEXEC));
+  if (!fd) {
     std::fprintf(stderr, "fipsval: cannot open /dev/urandom: %s\n",
                  std::strerror(errno));
     return false;
   }
   std::size_t done = 0;
   while (done < out.size()) {
-    const ssize_t n = read(fd, out.data() + done, out.size() - done);
+    const ssize_t n = read(fd.get(), out.data() + done, out.size() - done);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
       std::fprintf(stderr, "fipsval: cannot read /dev/urandom: %s\n",
                    n < 0 ? std::strerror(errno) : "end of file");
-      close(fd);
       return false;
     }
     done += static_cast<std::size_t>(n);
   }
-  close(fd);
   return true;
 }
 

@@ -8,31 +8,10 @@
 #include <cstring>
 #include <vector>
 
+#include "host/core/safe_io.h"
+
 namespace fipsval::host {
 namespace {
-
-// An owned descriptor.
-class Fd {
- public:
-  explicit Fd(int fd = -1) : fd_(fd) {}
-  ~Fd() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  Fd& operator=(Fd&& other) noexcept {
-    if (this != &other) {
-      if (fd_ >= 0) close(fd_);
-      fd_ = other.fd_;
-      other.fd_ = -1;
-    }
-    return *this;
-  }
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 TreeFile Problem(TreeRead status, std::string problem) {
   TreeFile file;
@@ -76,13 +55,13 @@ TreeFile ReadTreeFile(const std::string& root, std::string_view relative) {
   }
   if (parts.empty()) return Problem(TreeRead::kRefused, "an empty path");
 
-  Fd dir(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  UniqueFd dir(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (dir.get() < 0) {
     return Problem(errno == ENOENT ? TreeRead::kMissing : TreeRead::kFailed,
                    std::string("tree: ") + std::strerror(errno));
   }
   for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
-    Fd next(openat(dir.get(), parts[i].c_str(),
+    UniqueFd next(openat(dir.get(), parts[i].c_str(),
                    O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (next.get() < 0) {
       TreeFile problem = OpenProblem(dir.get(), parts[i], errno);
@@ -93,7 +72,7 @@ TreeFile ReadTreeFile(const std::string& root, std::string_view relative) {
     dir = std::move(next);
   }
   // O_NONBLOCK: a FIFO put in place of the file must not hang the reader.
-  Fd fd(openat(dir.get(), parts.back().c_str(),
+  UniqueFd fd(openat(dir.get(), parts.back().c_str(),
                O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (fd.get() < 0) return OpenProblem(dir.get(), parts.back(), errno);
   struct stat st;
