@@ -55,6 +55,9 @@ TEST(Completeness, EveryTestOfTheRequestIsAnswered) {
        "incomplete: 1 of 2 tests answered; the response ends before request line 6: SHAAlg = SHA224"},
       {"KeyGen_RandomProbablyPrime3_3", "[mod = 2048]\n\nN = 3\n", "[mod = 2048]\n" + key,
        "incomplete: 0 of 1 tests answered; request line 3: N = 3 has 5 answer lines of 15"},
+      // A count from 100000 up is not taken as one: no response can complete it.
+      {"KeyGen_RandomProbablyPrime3_3", "[mod = 2048]\n\nN = 100000\n", "[mod = 2048]\n",
+       "incomplete: 0 of 0 tests answered; the response ends before request line 3: N = 100000"},
       // A Monte Carlo seed (of a request cut short in quick mode): all 100 records.
       {"CBCMCT128", mct, Records(99),
        "incomplete: 0 of 1 tests answered; request line 3: COUNT = 0 has 495 answer lines of 500"},
