@@ -3,6 +3,8 @@
 // and groups no runner answers (message and exit status of the tool), and
 // the test-by-test check.
 #include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -141,6 +143,24 @@ TEST(Acvp, BadDocumentsAndUnanswerableSets) {
       EXPECT_HAS(r.err, path + ": tgId 2 not answered: ");
       EXPECT_HAS(r.err, path + ": no group of the vector set could be answered");
     }
+  }
+}
+
+// No room under TMPDIR (a tmpfs of 2, 3 and 4 inodes) stops the vector set
+// at once, with the path that could not be made.
+TEST(Acvp, AFullTemporaryDirectoryIsNamed) {
+  testing::WriteFile("/tmp/prompt.json", Set(R"("algorithm": "SHA-1", "revision": "1.0")",
+                                             R"({"tgId": 1, "testType": "AFT", "tests": [{"tcId": 1, "msg": "00", "len": 8}]})"));
+  const char* kNotMade[] = {"/SHA: ", "/SHA/req: ", "/SHA/req/SHA1ShortMsg.req: "};
+  mkdir("/data/small", 0700);
+  for (int inodes = 2; inodes <= 4; ++inodes) {
+    ASSERT_EQ(mount("small", "/data/small", "tmpfs", 0, ("nr_inodes=" + std::to_string(inodes)).c_str()), 0);
+    const testing::ProgramResult r = testing::WaitProgram(
+        testing::StartProgram({"env", "TMPDIR=/data/small", FIPSVAL_CLI, "acvp", "/tmp/prompt.json"}, "acvp"), "acvp");
+    umount("/data/small");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_HAS(r.err, std::string(kNotMade[inodes - 2]) + "No space left on device");
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << "went on: " << r.err;
   }
 }
 
