@@ -64,7 +64,8 @@ class HostCli : public ::testing::Test {
     chmod("/data/etc", 0755);
     WriteFile(cfg_, "tunnel office { remote vpn.example.net }\n");
     WriteFile("/tmp/host/fw.img", std::string(65537, 'Z'));  // a last read of one byte
-    std::system("cd /tmp/host && for f in vpn.cfg fw.img; do sha256sum $PWD/$f >$f.sha256; done");
+    std::system("cd /tmp/host && for f in vpn.cfg fw.img; do sha256sum $PWD/$f >$f.sha256; done && "
+                "tr a-f A-F <fw.img.sha256 >fw.tmp && mv fw.tmp fw.img.sha256");  // either case is read
   }
   Result Run(std::vector<std::string> args) {
     args.insert(args.begin(), {"--data-dir", "/tmp/host", "--config", cfg_, "--firmware",
@@ -122,6 +123,7 @@ TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
       {{"run", "--suite", "SHA1", "/tmp/tree"}, 1, "use --output DIR"},
       {{"entropy", "many"}, 2, ""},
       {{"entropy", "--output"}, 2, "entropy: --output needs a directory"},
+      {{"acvp", "--check", "--prompt"}, 2, "acvp --check: --prompt needs a file"},
       {{"frobnicate"}, 2, "(see fipsval --help)"},
       {{}, 2, "(see fipsval --help)"},
       {{"help", "nope"}, 2, "(see fipsval --help)"}};

@@ -201,6 +201,7 @@ TEST(RsaAnswerChecks, SigGen) {
                {Replace(first_n, second_n), "line 8: S does not verify under the section's n and e with SHA1"},
                {Replace("S = ", "X = "), "line 6: the SHAAlg = SHA1 test has no S"},
                {Replace("S = ", "S = zz", "SHA256"), "line 20: unreadable S"},
+               {Replace("e = ", "e = 0z"), "line 5: unreadable e"},
                {[](std::string) { return std::string(); }, "line 0: no S line to check"}});
 }
 
