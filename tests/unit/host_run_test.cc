@@ -363,7 +363,7 @@ TEST_F(HostResult, ReportPathsAreCheckedFirstAndNeverFollowALink) {
   WriteFile("/tmp/victim", "secret\n");
   ASSERT_EQ(symlink("/tmp/victim", "/tmp/r.xml"), 0);
   host::RunResult run;
-  run.files.push_back({"AES", "CBC<&\"'>", host::Outcome::kRunnerError,
+  run.files.push_back({"AES", "CBC<&\"'>\u00e9", host::Outcome::kRunnerError,
                        "bad \x01 \xff\xfe \xed\xa0\x80 \xef\xbf\xbe ]]> line\nnext", 0});
   run.runner_errors = 1;
   host::ResultReport report;
@@ -376,7 +376,7 @@ TEST_F(HostResult, ReportPathsAreCheckedFirstAndNeverFollowALink) {
   struct stat st;
   ASSERT_EQ(lstat("/tmp/r.xml", &st), 0);
   EXPECT_TRUE(S_ISREG(st.st_mode));
-  EXPECT_HAS(ReadFile("/tmp/r.xml"), "name=\"CBC&lt;&amp;&quot;&apos;&gt;\"");
+  EXPECT_HAS(ReadFile("/tmp/r.xml"), "name=\"CBC&lt;&amp;&quot;&apos;&gt;\u00e9\"");  // UTF-8 kept
   ExpectValid();
 }
 
