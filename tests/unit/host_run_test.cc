@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -168,6 +169,7 @@ TEST_F(HostRun, EveryRequestFileGetsAnOutcomeAndTheStatusFollows) {
        "line 1: line ends in LF, not CR LF",
        "not-answered"},
       {"", "not answered /tmp/tree/HMAC/req: no request file of suite HMAC", "not-answered"},
+      {std::string((64 << 20) + 1, 'x'), "not answered /tmp/tree/HMAC/req/HMAC.req: cannot read it: larger than 64 MiB", "not-answered"},
   };
   for (const auto& c : kCases) {
     Shell("rm -rf /tmp/tree/HMAC && mkdir -p /tmp/tree/HMAC/req /tmp/tree/HMAC/resp");
@@ -232,6 +234,7 @@ TEST(RequestCheck, FindsWhatTheReaderCannotReadWithItsLine) {
       {"a\r\nb\n", 2, "line ends in LF, not CR LF"},
       {"a\r\nb", 2, "last line does not end in CR LF"},
       {std::string("a\r\nb\0c\r\n", 8), 2, "NUL byte (the reader stops there)"},
+      {"\n", 1, "line ends in LF, not CR LF"},
   };
   for (const auto& c : kCases) {
     const auto findings = host::CheckRequest(c.text);
@@ -348,6 +351,15 @@ TEST(HostJunit, StoppedRunsAndSkippedFilesHaveTheirCases) {
                            "<skipped message=\"SKIP: no answers\"/>", "<skipped message=\"STOPPED: by design\"/>"}) {
     EXPECT_HAS(xml, part);
   }
+}
+
+// A report that cannot be written fails a run that did its work.
+TEST_F(HostResult, AReportThatCannotBeWrittenFailsTheRun) {
+  ASSERT_EQ(0, std::system("mkdir /tmp/out && mount -t tmpfs -o ro out /tmp/out"));
+  const ProgramResult r = Fipsval({"run", "--suite", "HMAC", "--json", "/tmp/out/r.json", "/tmp/tree"});
+  umount("/tmp/out");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_HAS(r.err, "cannot write the report /tmp/out/r.json: Read-only file system");
 }
 
 TEST_F(HostResult, ReportPathsAreCheckedFirstAndNeverFollowALink) {

@@ -202,6 +202,7 @@ TEST(RsaAnswerChecks, SigGen) {
                {Replace("S = ", "X = "), "line 6: the SHAAlg = SHA1 test has no S"},
                {Replace("S = ", "S = zz", "SHA256"), "line 20: unreadable S"},
                {Replace("e = ", "e = 0z"), "line 5: unreadable e"},
+               {Replace("Msg = 0011", "X = 0011"), "line 8: S without its own SHAAlg and Msg"},
                {[](std::string) { return std::string(); }, "line 0: no S line to check"}});
 }
 
