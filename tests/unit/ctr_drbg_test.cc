@@ -2,7 +2,10 @@
 // for the random-device driver: it answers the test block with NIST's
 // answers, writes nothing but the returned bytes, and refuses a malformed
 // block without reading it.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -76,6 +79,17 @@ TEST(DrbgStandin, RefusesMalformedBlocksWithoutReadingThem) {
   }
   EXPECT_EQ(RunDrbgStandin(nullptr), -1);
   EXPECT_EQ(errno, EFAULT);
+}
+
+// Other requests on the random device are the kernel's alone, even when
+// it refuses them.
+TEST(DrbgStandin, OtherRequestsStayWithTheKernel) {
+  const int fd = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+  rbg_params p = BlockFor(kDrbgAllEmpty, 64);
+  errno = 0;
+  EXPECT_EQ(host::InterposedIoctl(fd, TCGETS, &p), -1);
+  EXPECT_EQ(errno, EINVAL);  // the random driver's own answer
+  close(fd);
 }
 
 // A generate request may be as long as SP 800-90A allows, not a byte more,
