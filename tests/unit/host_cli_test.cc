@@ -77,6 +77,7 @@ class HostCli : public ::testing::Test {
 
 TEST_F(HostCli, SelftestPassesAndEachForcedFailureEntersTheErrorMode) {
   EXPECT_TRUE(Ran(Fipsval({"selftest"}), 0, "", Report()));  // the built-in data directory
+  EXPECT_TRUE(!host::CpuHasRdrand() || Ran(Fipsval({"--entropy", "rdrand", "selftest"}), 0, "", Report()));
   for (const auto& [name, test, mask, message] :
        {std::tuple{"RSA", "RSA", "mask 16", "RSA self-test failed"},
         {"Configuration", "Configuration Integrity", "mask 64",
