@@ -50,20 +50,12 @@ bool WriteNew(const std::string& path, const std::string& text, std::string* err
   return true;
 }
 
-// Reads a regular file (not through a link); false when there is none.
+// Reads a regular file of the run's own directory (not through a link);
+// false when there is none.
 bool ReadRegular(const std::string& path, std::string* text) {
-  const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  struct stat st {};
-  if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
-  text->clear();
-  char buffer[65536];
-  for (;;) {
-    const ssize_t n = read(fd.get(), buffer, sizeof buffer);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    text->append(buffer, static_cast<std::size_t>(n));
-  }
-  return true;
+  constexpr std::size_t kMaxBytes = std::size_t{1} << 30;
+  std::string why;
+  return ReadFileBelow(AT_FDCWD, path, kMaxBytes, text, &why);
 }
 
 bool MakeDir(const std::string& path, std::string* error) {
