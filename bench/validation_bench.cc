@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "fipsval.h"
-#include "host/core/suite_catalog.h"
+#include "host/catalog/suite_catalog.h"
 
 namespace {
 

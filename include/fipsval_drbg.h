@@ -26,7 +26,7 @@
  * the kernel first with syscall(SYS_ioctl, fd, request, arg), passes every
  * other request through that way, and runs its own CTR_DRBG only for this
  * request when the kernel refuses it. The reference host's version is in
- * the source tree: host/cli/ioctl_interpose.cc, host/core/drbg_standin.cc.
+ * the source tree: host/platform/ioctl_interpose.cc, host/platform/drbg_standin.cc.
  */
 #ifndef FIPSVAL_DRBG_H
 #define FIPSVAL_DRBG_H

@@ -13,9 +13,9 @@
 #include <set>
 #include <utility>
 
-#include "host/core/cavp_tree.h"
-#include "host/core/safe_io.h"
-#include "host/core/suite_catalog.h"
+#include "host/run/cavp_tree.h"
+#include "host/base/safe_io.h"
+#include "host/catalog/suite_catalog.h"
 
 namespace fipsval::host::acvp {
 namespace {

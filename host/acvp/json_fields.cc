@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "host/core/safe_io.h"
+#include "host/base/safe_io.h"
 
 namespace fipsval::host::acvp {
 

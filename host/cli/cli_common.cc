@@ -2,7 +2,7 @@
 #include <cstdio>
 
 #include "host/cli/cli.h"
-#include "host/core/host_settings.h"
+#include "host/platform/host_settings.h"
 
 namespace fipsval::host {
 

@@ -15,7 +15,7 @@
 #include "host/acvp/json_fields.h"
 #include "host/acvp/session.h"
 #include "host/cli/cli.h"
-#include "host/core/host_settings.h"
+#include "host/platform/host_settings.h"
 
 namespace fipsval::host {
 namespace {

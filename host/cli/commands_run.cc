@@ -13,11 +13,11 @@
 
 #include "fipsval.h"
 #include "host/cli/cli.h"
-#include "host/core/cavp_tree.h"
-#include "host/core/host_settings.h"
-#include "host/core/result_report.h"
-#include "host/core/suite_catalog.h"
-#include "host/core/verify.h"
+#include "host/run/cavp_tree.h"
+#include "host/platform/host_settings.h"
+#include "host/report/result_report.h"
+#include "host/catalog/suite_catalog.h"
+#include "host/verify/verify.h"
 
 namespace fipsval::host {
 

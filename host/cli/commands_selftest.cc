@@ -16,8 +16,8 @@
 
 #include "fipsval.h"
 #include "host/cli/cli.h"
-#include "host/core/host_settings.h"
-#include "host/core/integrity.h"
+#include "host/platform/host_settings.h"
+#include "host/platform/integrity.h"
 
 namespace fipsval::host {
 namespace {

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "host/cli/cli.h"
-#include "host/core/result_report.h"
-#include "host/core/verify.h"
+#include "host/report/result_report.h"
+#include "host/verify/verify.h"
 
 namespace fipsval::host {
 

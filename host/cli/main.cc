@@ -7,9 +7,9 @@
 
 #include "fipsval.h"
 #include "host/cli/cli.h"
-#include "host/core/drbg_standin.h"
-#include "host/core/host_settings.h"
-#include "host/core/suite_catalog.h"
+#include "host/platform/drbg_standin.h"
+#include "host/platform/host_settings.h"
+#include "host/catalog/suite_catalog.h"
 
 #ifndef FIPSVAL_VERSION
 #error "FIPSVAL_VERSION: the project version, from the build"

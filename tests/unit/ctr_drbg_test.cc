@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "harness/drbg_block.h"
-#include "host/core/ctr_drbg.h"
-#include "host/core/drbg_standin.h"
+#include "host/platform/ctr_drbg.h"
+#include "host/platform/drbg_standin.h"
 #include "tests/support/test_util.h"
 
 namespace fipsval::testing {

@@ -9,7 +9,7 @@
 
 #include <vector>
 
-#include "host/core/entropy_source.h"
+#include "host/platform/entropy_source.h"
 #include "tests/support/test_env.h"
 
 namespace fipsval::testing {

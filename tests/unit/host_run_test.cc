@@ -21,8 +21,8 @@
 #include <string>
 #include <vector>
 
-#include "host/core/request_check.h"
-#include "host/core/result_report.h"
+#include "host/run/request_check.h"
+#include "host/report/result_report.h"
 #include "tests/support/test_env.h"
 
 namespace fipsval::testing {

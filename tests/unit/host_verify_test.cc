@@ -16,9 +16,9 @@
 #include "fipsval.h"
 #include "harness/openssl_ptr.h"
 #include "harness/runners.h"
-#include "host/core/completeness.h"
-#include "host/core/rsa_answer_checks.h"
-#include "host/core/verify.h"
+#include "host/verify/completeness.h"
+#include "host/verify/rsa_answer_checks.h"
+#include "host/verify/verify.h"
 #include "tests/support/test_env.h"
 
 namespace fipsval::testing {

@@ -1,4 +1,4 @@
-#include "host/core/run_report.h"
+#include "host/run/run_report.h"
 
 #include <array>
 #include <ctime>

@@ -14,7 +14,7 @@
 #include <functional>
 #include <string>
 
-#include "host/core/safe_io.h"
+#include "host/base/safe_io.h"
 
 namespace fipsval::host {
 

@@ -1,4 +1,4 @@
-#include "host/core/verify.h"
+#include "host/verify/verify.h"
 
 #include <nlohmann/json.hpp>
 
@@ -9,9 +9,9 @@
 #include <set>
 #include <utility>
 
-#include "host/core/completeness.h"
-#include "host/core/rsa_answer_checks.h"
-#include "host/core/tree_file.h"
+#include "host/verify/completeness.h"
+#include "host/verify/rsa_answer_checks.h"
+#include "host/base/tree_file.h"
 
 namespace fipsval::host {
 namespace {

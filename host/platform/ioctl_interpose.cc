@@ -2,7 +2,7 @@
 // CTR_DRBG test request to the user-space stand-in when the kernel lacks it.
 #include <cstdarg>
 
-#include "host/core/drbg_standin.h"
+#include "host/platform/drbg_standin.h"
 
 extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
   va_list args;

@@ -1,4 +1,4 @@
-#include "host/core/integrity.h"
+#include "host/platform/integrity.h"
 
 #include <openssl/sha.h>
 
@@ -7,7 +7,7 @@
 #include <cstring>
 #include <memory>
 
-#include "host/core/owners.h"
+#include "host/base/owners.h"
 
 namespace fipsval::host {
 namespace {

@@ -1,4 +1,4 @@
-#include "host/core/result_report.h"
+#include "host/report/result_report.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,7 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
-#include "host/core/safe_io.h"
+#include "host/base/safe_io.h"
 
 namespace fipsval::host {
 namespace {

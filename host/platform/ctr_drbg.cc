@@ -1,4 +1,4 @@
-#include "host/core/ctr_drbg.h"
+#include "host/platform/ctr_drbg.h"
 
 #include <openssl/crypto.h>
 

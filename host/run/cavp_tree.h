@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "fipsval.h"
-#include "host/core/run_report.h"
+#include "host/run/run_report.h"
 
 namespace fipsval::host {
 

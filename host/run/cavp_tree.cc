@@ -1,4 +1,4 @@
-#include "host/core/cavp_tree.h"
+#include "host/run/cavp_tree.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -17,11 +17,11 @@
 #include <string_view>
 #include <utility>
 
-#include "host/core/private_staging.h"
-#include "host/core/request_check.h"
-#include "host/core/run_report.h"
-#include "host/core/safe_io.h"
-#include "host/core/suite_catalog.h"
+#include "host/run/private_staging.h"
+#include "host/run/request_check.h"
+#include "host/run/run_report.h"
+#include "host/base/safe_io.h"
+#include "host/catalog/suite_catalog.h"
 
 namespace fipsval::host {
 namespace {

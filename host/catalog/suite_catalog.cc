@@ -1,4 +1,4 @@
-#include "host/core/suite_catalog.h"
+#include "host/catalog/suite_catalog.h"
 
 #include <strings.h>
 

@@ -1,4 +1,4 @@
-#include "host/core/drbg_standin.h"
+#include "host/platform/drbg_standin.h"
 
 #include <fcntl.h>
 #include <openssl/crypto.h>
@@ -14,7 +14,7 @@
 #include <cstring>
 #include <span>
 
-#include "host/core/ctr_drbg.h"
+#include "host/platform/ctr_drbg.h"
 #include "fipsval_drbg.h"
 
 namespace fipsval::host {

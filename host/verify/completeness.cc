@@ -1,4 +1,4 @@
-#include "host/core/completeness.h"
+#include "host/verify/completeness.h"
 
 #include <algorithm>
 #include <array>

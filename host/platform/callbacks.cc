@@ -8,9 +8,9 @@
 #include <span>
 
 #include "fipsval.h"
-#include "host/core/entropy_source.h"
-#include "host/core/host_settings.h"
-#include "host/core/integrity.h"
+#include "host/platform/entropy_source.h"
+#include "host/platform/host_settings.h"
+#include "host/platform/integrity.h"
 
 using fipsval::host::ErrorMode;
 using fipsval::host::Settings;

@@ -1,4 +1,4 @@
-#include "host/core/private_staging.h"
+#include "host/run/private_staging.h"
 
 #include <fcntl.h>
 #include <sched.h>

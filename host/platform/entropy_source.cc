@@ -1,4 +1,4 @@
-#include "host/core/entropy_source.h"
+#include "host/platform/entropy_source.h"
 
 #include <cpuid.h>
 #include <fcntl.h>
@@ -12,7 +12,7 @@
 #include <cstring>
 #include <vector>
 
-#include "host/core/safe_io.h"
+#include "host/base/safe_io.h"
 
 namespace fipsval::host {
 namespace {

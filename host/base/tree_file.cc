@@ -1,4 +1,4 @@
-#include "host/core/tree_file.h"
+#include "host/base/tree_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -8,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-#include "host/core/safe_io.h"
+#include "host/base/safe_io.h"
 
 namespace fipsval::host {
 namespace {

@@ -1,4 +1,4 @@
-#include "host/core/rsa_answer_checks.h"
+#include "host/verify/rsa_answer_checks.h"
 
 #include <openssl/bn.h>
 #include <openssl/evp.h>
@@ -16,7 +16,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/core/owners.h"
+#include "host/base/owners.h"
 
 namespace fipsval::host {
 namespace {

@@ -1,4 +1,4 @@
-#include "host/core/host_settings.h"
+#include "host/platform/host_settings.h"
 
 #include <dlfcn.h>
 

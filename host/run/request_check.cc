@@ -1,4 +1,4 @@
-#include "host/core/request_check.h"
+#include "host/run/request_check.h"
 
 #include <array>
 

@@ -7,9 +7,9 @@
 #include <chrono>
 #include <string>
 
-#include "host/core/cavp_tree.h"
-#include "host/core/run_report.h"
-#include "host/core/verify.h"
+#include "host/run/cavp_tree.h"
+#include "host/run/run_report.h"
+#include "host/verify/verify.h"
 
 namespace fipsval::host {
 

@@ -6,7 +6,7 @@
 #include <span>
 #include <string>
 
-#include "host/core/host_settings.h"
+#include "host/platform/host_settings.h"
 
 namespace fipsval::host {
 

@@ -1,4 +1,4 @@
-#include "host/core/safe_io.h"
+#include "host/base/safe_io.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
