@@ -92,6 +92,29 @@ std::string CaptureStdout(const std::function<void()>& fn) {
   return out;
 }
 
+std::FILE* FailingStream(int fail_at, int* writes, bool buffered) {
+  struct Budget {
+    int fail_at, tried;
+    int* writes;
+  };
+  cookie_io_functions_t io{};
+  io.write = [](void* cookie, const char*, std::size_t n) -> ssize_t {
+    auto* b = static_cast<Budget*>(cookie);
+    if (b->writes) *b->writes = b->tried + 1;
+    // 0, not -1: glibc keeps a failed byte of an unbuffered stream for
+    // the next write and reports this write done.
+    return ++b->tried >= b->fail_at ? 0 : static_cast<ssize_t>(n);
+  };
+  io.close = [](void* cookie) {
+    delete static_cast<Budget*>(cookie);
+    return 0;
+  };
+  if (writes) *writes = 0;
+  std::FILE* f = fopencookie(new Budget{fail_at, 0, writes}, "w", io);
+  if (!buffered) setvbuf(f, nullptr, _IONBF, 0);
+  return f;
+}
+
 int OpenDescriptorCount() {
   int count = 0;
   if (DIR* dir = opendir("/proc/self/fd")) {
@@ -114,6 +137,23 @@ CoreResult RunCore(const RunnerCore& core, std::string_view request) {
   r.response.assign(data, size);
   std::free(data);
   return r;
+}
+
+std::vector<std::string> PrintedAtEachFailedWrite(const RunnerCore& core,
+                                                  std::string_view request,
+                                                  int runs) {
+  const std::string text = Crlf(request);
+  std::vector<std::string> printed;
+  for (int n = 1; n <= runs; ++n) {
+    std::FILE* req = fmemopen(const_cast<char*>(text.data()), text.size(), "r");
+    int writes = 0;
+    std::FILE* rsp = FailingStream(n, &writes);
+    printed.push_back(CaptureStdout([&] { core(req, rsp); }));
+    std::fclose(req);
+    std::fclose(rsp);
+    if (writes < n) break;
+  }
+  return printed;
 }
 
 }  // namespace fipsval::testing

@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tests/support/test_util.h"
 
@@ -40,6 +41,12 @@ void MountTinyResponseDir(std::size_t bytes);
 // Runs fn with standard output captured; returns what it printed.
 std::string CaptureStdout(const std::function<void()>& fn);
 
+// A response stream on which write number `fail_at` (from 1) and every
+// write after it fail, as on a disk that fills up; `*writes` counts the
+// writes tried. Unbuffered, each fwrite is one write; buffered, the data
+// reaches the stream when it is flushed or closed.
+std::FILE* FailingStream(int fail_at, int* writes = nullptr, bool buffered = false);
+
 // A runner core: reads the request stream, writes the response stream.
 using RunnerCore = std::function<void(std::FILE*, std::FILE*)>;
 
@@ -51,6 +58,13 @@ struct CoreResult {
 // Runs core on `request` (its "\n" line ends turned into CR LF) through
 // in-memory streams: no fixed paths, no mount namespace.
 CoreResult RunCore(const RunnerCore& core, std::string_view request);
+
+// What the core prints when write n of its response fails, for n = 1, 2,
+// ...: one entry a run, ending with the first run that writes fewer than n
+// times (what it prints undisturbed), or after `runs` entries.
+std::vector<std::string> PrintedAtEachFailedWrite(const RunnerCore& core,
+                                                  std::string_view request,
+                                                  int runs = 1000);
 
 // Number of open descriptors of this process, for leak checks.
 int OpenDescriptorCount();

@@ -206,43 +206,5 @@ TEST(AesMonteCarlo, Cbc192RecordsFollowTheTextbookChain) {
   EXPECT_TRUE(r.response.starts_with(Crlf(expected))) << r.response.substr(0, 600);
 }
 
-// A response stream that takes `budget` bytes and then fails every write.
-std::FILE* FailingAfter(std::size_t budget) {
-  static std::size_t left;
-  left = budget;
-  cookie_io_functions_t io{};
-  io.write = [](void*, const char*, std::size_t n) -> ssize_t {
-    if (n > left) return 0;
-    left -= n;
-    return static_cast<ssize_t>(n);
-  };
-  std::FILE* f = fopencookie(nullptr, "w", io);
-  setvbuf(f, nullptr, _IONBF, 0);
-  return f;
-}
-
-// The first failed write of a record head ends the run with its message,
-// even with more seeds to come.
-TEST(AesMonteCarlo, FailedRecordHeadWriteEndsTheRun) {
-  const std::string copied = "[ENCRYPT]\r\n";
-  const std::string request = "[ENCRYPT]\n" + kCbcEnc + kCbcEnc + "[DECRYPT]\n" + kCbcDec;
-  const struct { std::size_t budget; const char* message; } kCases[] = {
-      {copied.size(), "Problem writing count tag to rsp file\n"},
-      {copied.size() + 8, "Problem writing count to rsp file\n"},
-      {copied.size() + 9, "Problem writing EOL to rsp file\n"},
-      {copied.size() + 11, "Problem writing key tag to rsp file\n"},
-      {copied.size() + 51, "Problem writing iv tag to rsp file\n"},
-  };
-  for (const auto& c : kCases) {
-    std::string text = Crlf(request);
-    std::FILE* req = fmemopen(text.data(), text.size(), "r");
-    std::FILE* rsp = FailingAfter(c.budget);
-    EXPECT_EQ(CaptureStdout([&] { test_aes_cbc_mct_from_stream(req, rsp); }),
-              c.message) << c.budget;
-    std::fclose(req);
-    std::fclose(rsp);
-  }
-}
-
 }  // namespace
 }  // namespace fipsval::testing
