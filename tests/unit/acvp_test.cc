@@ -101,6 +101,7 @@ TEST(Acvp, InputsAtTheRunnersLimitsAreConverted) {
 // 2; a set no group of which can be answered gives each reason, exit 1.
 TEST(Acvp, BadDocumentsAndUnanswerableSets) {
   const std::string sha1 = R"("algorithm": "SHA-1", "revision": "1.0")";
+  ASSERT_EQ(mkfifo("/tmp/prompt.fifo", 0600), 0);  // a prompt that is no regular file
   const struct {
     std::string prompt;  // the document, or the path to give
     int status;
@@ -113,7 +114,7 @@ TEST(Acvp, BadDocumentsAndUnanswerableSets) {
       {Set(R"("algorithm": "SHA3-256", "revision": "1.0")", ""), 2,
        "field \"algorithm\" names an algorithm fipsval does not answer: \"SHA3-256\""},
       {"{" + sha1 + ", \"testGroups\": []}", 2, "field \"vsId\" is missing"},
-      {"/dev/null", 2, "/dev/null: not a regular file"},
+      {"/tmp/prompt.fifo", 2, "/tmp/prompt.fifo: not a regular file"},
       {Set(sha1, R"({"tgId": 2, "testType": "LDT", "tests": []})"), 1, "testType \"LDT\""},
       {Set(sha1, R"({"tgId": 2, "testType": "AFT", "tests": [{"tcId": 1, "msg": "80", "len": 1}]})"), 1,
        "whole bytes"},
