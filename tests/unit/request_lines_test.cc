@@ -22,15 +22,13 @@ namespace {
 using namespace std::string_literals;
 using Lines = std::vector<std::string>;
 
-// Every line the reader returns into a buffer zeroed between calls.
+// Every line the reader returns, into one buffer zeroed once, as the
+// runners read: a last line without its end shows what the buffer held.
 Lines ReadAll(std::string content, int size) {
   std::FILE* in = fmemopen(content.data(), content.size(), "r");
   std::vector<char> buf(size, 0);
   Lines lines;
-  while (fips_tv_get_line(buf.data(), size, in)) {
-    lines.emplace_back(buf.data());
-    std::fill(buf.begin(), buf.end(), 0);
-  }
+  while (fips_tv_get_line(buf.data(), size, in)) lines.emplace_back(buf.data());
   std::fclose(in);
   return lines;
 }
@@ -41,9 +39,10 @@ TEST(GetLine, SplitsOnlyAtCrLf) {
       {"ab\ncd\r\n", 1024, {"ab\ncd\r\n"}},  // a bare LF ends nothing
       {"ab\rcd\r\n\r\n", 1024, {"ab\rcd\r\n", "\r\n"}},
       {"", 1024, {}},
-      // A last line without its end, read into a zeroed buffer (see the
-      // KeyGen copy runner for what shows through one that is not).
-      {"ab\r\ncd", 1024, {"ab\r\n", "cd"}},
+      // A last line without its end gets no terminator.
+      {"ab\r\ncd", 1024, {"ab\r\n", "cd\r\n"}},
+      {"abcd\r\nef", 1024, {"abcd\r\n", "efcd\r\n"}},
+      {"ab", 1024, {"ab"}},
       {"\0ab\r\n"s, 1024, {}},               // a zero byte ends the input
       {"ab\r\nc\0d\r\nef\r\n"s, 1024, {"ab\r\n"}},
       {std::string(2000, 'x') + "\r\nnext\r\n",
@@ -63,15 +62,20 @@ TEST(Hex, LowerCaseOutEitherCaseIn) {
   std::memset(text, '#', sizeof text);
   EXPECT_EQ(fips_tv_convert_to_asc(bytes, 4, text), 1);
   EXPECT_EQ(std::string(text, 10), "0aff009b\0#"s);
-  const struct { const char* text; std::string bytes; } kCases[] = {
+  // Decoding stops at the first non-digit. The bounded decoder (capacity
+  // not -1) counts the whole value but stores no byte past its capacity.
+  const struct { const char* text; std::string bytes; int capacity = -1, count = -1; } kCases[] = {
       {"0AfF\r\n", "\x0a\xff"}, {"abc", "\xab"}, {"", ""},
-      {"12 34", "\x12"}, {"1g23", ""}, {"DEADbeefG0", "\xde\xad\xbe\xef"}};
+      {"12 34", "\x12"}, {"1g23", ""}, {"DEADbeefG0", "\xde\xad\xbe\xef"},
+      {"0102030405", "\x01\x02", 2, 5}, {"0102", "", 0, 2}};
   for (const auto& c : kCases) {
     unsigned char out[8];
     std::memset(out, 0xee, sizeof out);
-    const int n = fips_tv_extract_from_asc(c.text, out);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(out), n), c.bytes) << c.text;
-    EXPECT_EQ(out[n], 0xee) << c.text;
+    const std::size_t n = c.capacity < 0 ? fips_tv_extract_from_asc(c.text, out)
+                                         : DecodeHex(c.text, out, static_cast<std::size_t>(c.capacity));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(out), c.bytes.size()), c.bytes) << c.text;
+    EXPECT_EQ(n, c.count < 0 ? c.bytes.size() : static_cast<std::size_t>(c.count)) << c.text;
+    EXPECT_EQ(out[c.bytes.size()], 0xee) << c.text;
   }
 }
 
@@ -110,6 +114,7 @@ TEST(FieldHelpers, ValueAtTheTagLengthLineCopiedMessagesWhenMissing) {
       {"Klen = 10\r\nKey = 00\r\n", "Klen = ", false, "1|10|Klen = 10\r\n|"},
       // "Tlen = " stands at index 10 but is read from index 7.
       {"Klen = 10 Tlen = 7\r\n", "Tlen = ", false, "1|10|Klen = 10 Tlen = 7\r\n|"},
+      {"Len = 0a Msg = ff\r\n", "Msg = ", true, "1|0a|Len = 0a Msg = ff\r\n|"},
       {"Tlen = 10\r\n", "Klen = ", false,
        "0|-1||Klen =  field not present \nTlen = 10\r\n\n"},
       {"", "Klen = ", false, "0|-1||Klen =  field not present \n\n"},
