@@ -102,13 +102,13 @@ TEST(Ssh, OneDigestUpToItsLengthTwoBeyondAndHashPerSection) {
   // the largest keys; both markers on one line select SHA-256. A line
   // holding "COUNT" without " = " starts a case; "count" does not. A short
   // H and session_id after full ones are zero-padded, not left with stale
-  // bytes.
+  // bytes. Bit lengths are cut to whole bytes (71 and 327 bits: 8 and 40).
   const SshCase a = MakeSsh(20, 1), b = MakeSsh(32, 2), c = MakeSsh(20, 3),
                 d = MakeSsh(32, 4), e = MakeSsh(16, 5);
   const std::string s1 = SshHeader("[SHA-1]", 160, 168) + SshCaseText(a);
   const std::string s2 = SshHeader("[SHA-256]", 256, 264) + "# count 1\n" +
                          SshCaseText(b, "# COUNT 1");
-  const std::string s3 = SshHeader("[SHA-1]", 64, 320) + SshCaseText(c);
+  const std::string s3 = SshHeader("[SHA-1]", 71, 327) + SshCaseText(c);
   const std::string s4 = SshHeader("[SHA-1] [SHA-256]", 64, 512) + SshCaseText(d);
   const std::string s5 = SshCaseText(e);
   const CoreResult r = RunCore(test_ssh_from_stream, s1 + s2 + s3 + s4 + s5);
@@ -171,13 +171,13 @@ TEST(Tls, EachSectionUsesItsOwnPrf) {
   // 104 bytes with SHA-384 take three HMAC blocks, part of the last kept;
   // a 40-byte pre-master secret gives a 40-byte master secret; 1024 bytes
   // is the largest key block. A marker not at the start of its line is an
-  // ordinary line; "COUNT" anywhere starts a case.
+  // ordinary line; "COUNT" anywhere starts a case. 1031 bits are 128 bytes.
   const TlsCase a = MakeTls(48, 1), b = MakeTls(49, 2), c = MakeTls(40, 3),
                 d = MakeTls(48, 4), e = MakeTls(48, 5);
   const std::string s1 = TlsHeader("[TLS 1.2, SHA-384]", 832) + TlsCaseText(a);
   const std::string s2 = TlsHeader("[TLS 1.0/1.1]", 832) + TlsCaseText(b);
   const std::string s3 = " [TLS 1.2, SHA-512]\n" + TlsCaseText(e, "# next COUNT");
-  const std::string s4 = TlsHeader("[TLS 1.2, SHA-256]", 1024) + TlsCaseText(c);
+  const std::string s4 = TlsHeader("[TLS 1.2, SHA-256]", 1031) + TlsCaseText(c);
   const std::string s5 = TlsHeader("[TLS 1.2, SHA-512]", 8192) + TlsCaseText(d);
   const CoreResult r = RunCore(test_tls_from_stream, s1 + s2 + s3 + s4 + s5);
   EXPECT_EQ(r.printed, "");
