@@ -176,34 +176,41 @@ TEST(AesMonteCarlo, NistSeedsGiveNistRecords) {
       "CIPHERTEXT = bc3637da2daf8fcf7c68bb28c143a0a4\n\n")));
 }
 
-// Records 0 and 1 of an AES-192 CBC seed, computed block by block with
-// OpenSSL: the result is one 16-byte block, and the next key takes the
-// tail of CT[998] into its first 8 bytes and CT[999] into the rest.
-TEST(AesMonteCarlo, Cbc192RecordsFollowTheTextbookChain) {
-  Bytes key = FromHex("000102030405060708090a0b0c0d0e0f1011121314151617");
-  Bytes iv = FromHex(kCbcIv), pt = FromHex(kCbcPt);
-  std::string expected = kHeader;
-  for (int i = 0; i < 2; ++i) {
-    expected += "COUNT = " + std::to_string(i) + "\nKEY = " + Hex(key) +
-                "\nIV = " + Hex(iv) + "\nPLAINTEXT = " + Hex(pt) + "\n";
-    Bytes ct, before;
-    for (int j = 0; j < 1000; ++j) {
-      before = ct;
-      Bytes x = pt;
-      for (int b = 0; b < 16; ++b) x[b] ^= (j == 0 ? iv : before)[b];
-      ct = OpenSslAes(key, {}, x);
-      pt = j == 0 ? iv : before;
+// Records 0 and 1 of 192- and 256-bit seeds, computed block by block with
+// OpenSSL: the result is one 16-byte block, and the next key takes CT[999]
+// into its last 16 bytes and, in CBC only, the tail of CT[998] into the
+// bytes before them.
+TEST(AesMonteCarlo, LongerKeysFollowTheTextbookChain) {
+  constexpr char kLongKey[] = "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f";
+  for (const bool cbc : {true, false}) {
+    for (const std::size_t key_len : {24u, 32u}) {
+      Bytes key = FromHex(std::string(kLongKey, 2 * key_len)), iv = FromHex(kCbcIv),
+            pt = FromHex(kCbcPt);
+      const std::string seed = Vec(Hex(key), cbc ? kCbcIv : "", "PLAINTEXT", kCbcPt);
+      std::string expected = kHeader;
+      for (int i = 0; i < 2; ++i) {
+        expected += "COUNT = " + std::to_string(i) + "\nKEY = " + Hex(key) +
+                    (cbc ? "\nIV = " + Hex(iv) : "") + "\nPLAINTEXT = " + Hex(pt) + "\n";
+        Bytes ct, before;
+        for (int j = 0; j < 1000; ++j) {
+          before = ct;
+          Bytes x = pt;
+          for (int b = 0; b < 16 && cbc; ++b) x[b] ^= (j == 0 ? iv : before)[b];
+          ct = OpenSslAes(key, {}, x);
+          pt = !cbc ? ct : j == 0 ? iv : before;
+        }
+        expected += "CIPHERTEXT = " + Hex(ct) + "\n\n";
+        const std::size_t head = key_len - 16;
+        for (std::size_t b = 0; b < head && cbc; ++b) key[b] ^= before[16 - head + b];
+        for (std::size_t b = 0; b < 16; ++b) key[head + b] ^= ct[b];
+        iv = ct;
+      }
+      const CoreResult r = RunCore(cbc ? test_aes_cbc_mct_from_stream : test_aes_ecb_mct_from_stream,
+                                   kHeader + seed + "[DECRYPT]\n");
+      EXPECT_EQ(r.printed, "");
+      EXPECT_TRUE(r.response.starts_with(Crlf(expected))) << r.response.substr(0, 700);
     }
-    expected += "CIPHERTEXT = " + Hex(ct) + "\n\n";
-    for (int b = 0; b < 8; ++b) key[b] ^= before[8 + b];
-    for (int b = 0; b < 16; ++b) key[8 + b] ^= ct[b];
-    iv = ct;
   }
-  const CoreResult r = RunCore(test_aes_cbc_mct_from_stream,
-      kHeader + Vec(Hex(FromHex("000102030405060708090a0b0c0d0e0f1011121314151617")),
-                    kCbcIv, "PLAINTEXT", kCbcPt) + "[DECRYPT]\n");
-  EXPECT_EQ(r.printed, "");
-  EXPECT_TRUE(r.response.starts_with(Crlf(expected))) << r.response.substr(0, 600);
 }
 
 }  // namespace
