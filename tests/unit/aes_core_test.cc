@@ -1,7 +1,7 @@
 // The native AES engine: FIPS-197 appendix C, OpenSSL's EVP AES on random
-// messages (CBC through the streaming interface the runners use, ECB and
-// CFB1 through the mode layer), and the mode layer's deliberate
-// asymmetries that callers rely on.
+// messages (CBC through the streaming interface the runners use, ECB
+// through the mode layer), the mode layer's deliberate asymmetries that
+// callers rely on, and an edge table of every call against OpenSSL.
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
@@ -46,14 +46,16 @@ TEST(AesCore, Fips197AppendixCBothWaysAndInPlace) {
 }
 
 Bytes Evp(const EVP_CIPHER* cipher, const Bytes& key, const Bytes& iv, const Bytes& in,
-          bool enc) {
+          bool enc, bool pad = false) {
   std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> ctx(
       EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
   EVP_CipherInit_ex(ctx.get(), cipher, nullptr, key.data(), iv.data(), enc);
-  EVP_CIPHER_CTX_set_padding(ctx.get(), 0);
-  Bytes out(in.size());
-  int n = 0;
+  EVP_CIPHER_CTX_set_padding(ctx.get(), pad);
+  Bytes out(in.size() + 16);
+  int n = 0, last = 0;
   EVP_CipherUpdate(ctx.get(), out.data(), &n, in.data(), static_cast<int>(in.size()));
+  EVP_CipherFinal_ex(ctx.get(), out.data() + n, &last);
+  out.resize(n + last);
   return out;
 }
 
@@ -107,13 +109,6 @@ TEST(AesCore, AgreesWithOpenSslOnRandomMessages) {
     Mode(MODE_ECB, enc ? DIR_ENCRYPT : DIR_DECRYPT, key, iv, ecb);
     ASSERT_EQ(ecb, Evp(kEcb[size], key, iv, in, enc));
   }
-  // CFB1 over whole bytes, most significant bit first; decryption uses ek.
-  const Bytes key = random(16), iv = random(16), plain = random(32);
-  Bytes data = plain;
-  Mode(MODE_CFB1, DIR_ENCRYPT, key, iv, data);
-  EXPECT_EQ(data, Evp(EVP_aes_128_cfb1(), key, iv, plain, 1));
-  Mode(MODE_CFB1, DIR_DECRYPT, key, iv, data);
-  EXPECT_EQ(data, plain);
 }
 
 const Bytes kKey = Counting(16, 0x40), kIv = Counting(16);
@@ -140,21 +135,16 @@ TEST(AesModes, CbcEncryptionRestartsDecryptionChains) {
   fips_aes_update(&ctx, plain.data(), 16, back.data());
   fips_aes_update(&ctx, plain.data() + 16, 16, back.data() + 16);
   EXPECT_EQ(Bytes(back.begin() + 16, back.end()), half);
-  // Refused before anything is read: wrong key direction, no record, bad mode.
-  EXPECT_EQ(blockEncrypt(&c, &dec, plain.data(), 128, back.data()), BAD_CIPHER_STATE);
-  EXPECT_EQ(blockDecrypt(&c, &enc, plain.data(), 128, back.data()), BAD_CIPHER_STATE);
+  // Refused before anything is read: no record, a mode that does not exist.
   EXPECT_EQ(blockEncrypt(nullptr, &enc, plain.data(), 128, back.data()), BAD_CIPHER_STATE);
   c.mode = 7;
   EXPECT_EQ(blockDecrypt(&c, &dec, plain.data(), 128, back.data()), BAD_CIPHER_STATE);
 }
 
-// Padded ECB refuses a pad of 16 that CBC accepts and takes a pad of 0
-// that CBC refuses.
+// Padded ECB takes a pad of 0 that CBC refuses; a pad byte that differs
+// from the pad length is refused.
 TEST(AesModes, PaddingAsymmetries) {
   for (int mode : {MODE_ECB, MODE_CBC}) {
-    Bytes data = Counting(16);
-    ASSERT_EQ(Mode(mode, DIR_ENCRYPT, kKey, kIv, data, true), 32);
-    EXPECT_EQ(Mode(mode, DIR_DECRYPT, kKey, kIv, data, true), mode == MODE_ECB ? BAD_DATA : 16);
     Bytes zero_pad = Counting(16, 1);
     zero_pad[15] = 0;
     if (mode == MODE_CBC) {
@@ -167,26 +157,108 @@ TEST(AesModes, PaddingAsymmetries) {
   wrong[14] = 4;
   Mode(MODE_ECB, DIR_ENCRYPT, kKey, kIv, wrong);
   EXPECT_EQ(Mode(MODE_ECB, DIR_DECRYPT, kKey, kIv, wrong, true), BAD_DATA);
-  Bytes odd = Counting(17);
-  EXPECT_EQ(Mode(MODE_ECB, DIR_DECRYPT, kKey, kIv, odd, true), BAD_DATA);
-  Bytes tail = Counting(21);
-  ASSERT_EQ(Mode(MODE_CBC, DIR_ENCRYPT, kKey, kIv, tail, true), 32);
-  ASSERT_EQ(Mode(MODE_CBC, DIR_DECRYPT, kKey, kIv, tail, true), 21);
-  EXPECT_EQ(tail, Counting(21));
 }
 
-// final pads and reports an eighth of the bytes it wrote; the known-answer
-// test fails when asked to.
-TEST(AesModes, FinalReportsAnEighthAndSelfTestCanFail) {
-  fips_aes_ctx ctx;
-  fips_aes_init(&ctx, 1, kKey.data(), 16, kIv.data());
-  Bytes out(16), back(16);
-  EXPECT_EQ(fips_aes_final(&ctx, Counting(5).data(), 5, out.data()), 2);
-  fips_aes_init(&ctx, 0, kKey.data(), 16, kIv.data());
-  EXPECT_EQ(fips_aes_final(&ctx, out.data(), 16, back.data()), 0);  // 5 >> 3
-  EXPECT_EQ(Bytes(back.begin(), back.begin() + 5), Counting(5));
-  fips_aes_init(&ctx, 0, kKey.data(), 16, kIv.data());
-  EXPECT_EQ(fips_aes_final(&ctx, out.data(), 15, back.data()), BAD_DATA);
+enum class Call { kUpdate, kFinal, kBlock, kPad };
+
+// One call of the engine on a 48-byte message (decrypting: on OpenSSL's
+// encryption of it, padded for the padded calls): its result, and how many
+// bytes of the output must be OpenSSL's answer; no byte after them may be
+// written. Lengths are bits for kBlock, bytes otherwise; the streaming
+// calls (kUpdate, kFinal) are CBC on a context from fips_aes_init.
+const struct Edge {
+  const char* name;
+  Call call;
+  int mode;
+  bool encrypt;
+  int length, result, written;
+  bool wrong_key = false;  // kBlock, kPad: a key made for the other direction
+  int key_bytes = 16;
+  bool iv = true;  // streaming: an IV given to init (else CBC from zeros)
+} kEdges[] = {
+    {"update 0 bytes", Call::kUpdate, MODE_CBC, true, 0, 0, 0},
+    {"update 15 bytes", Call::kUpdate, MODE_CBC, true, 15, 0, 0},
+    {"update 16 bytes", Call::kUpdate, MODE_CBC, true, 16, 16, 16},
+    {"update 20 bytes", Call::kUpdate, MODE_CBC, true, 20, 16, 16},
+    {"update 20 bytes decrypting", Call::kUpdate, MODE_CBC, false, 20, 16, 16},
+    {"update 33 bytes, AES-256", Call::kUpdate, MODE_CBC, true, 33, 32, 32, false, 32},
+    {"update decrypting, AES-192, no IV", Call::kUpdate, MODE_CBC, false, 48, 48, 48, false, 24,
+     false},
+    // final pads, and reports an eighth of what the padded call returns.
+    {"final 0 bytes", Call::kFinal, MODE_CBC, true, 0, 0, 0},
+    {"final 5 bytes", Call::kFinal, MODE_CBC, true, 5, 2, 16},
+    {"final 16 bytes", Call::kFinal, MODE_CBC, true, 16, 4, 32},
+    {"final 20 bytes, no IV", Call::kFinal, MODE_CBC, true, 20, 4, 32, false, 16, false},
+    {"final decrypting 5 bytes", Call::kFinal, MODE_CBC, false, 16, 0, 5},
+    {"final decrypting 37 bytes", Call::kFinal, MODE_CBC, false, 48, 4, 37},
+    {"final decrypting 15 bytes", Call::kFinal, MODE_CBC, false, 15, BAD_DATA, 0},
+    // Whole blocks only; CFB1 runs on the encryption schedule that the
+    // caller put in ek, in both directions and with either key.
+    {"ECB 0 bits", Call::kBlock, MODE_ECB, true, 0, 0, 0},
+    {"ECB 15 bits", Call::kBlock, MODE_ECB, true, 15, 0, 0},
+    {"ECB 127 bits decrypting", Call::kBlock, MODE_ECB, false, 127, 0, 0},
+    {"ECB 130 bits", Call::kBlock, MODE_ECB, true, 130, 128, 16},
+    {"CBC 130 bits", Call::kBlock, MODE_CBC, true, 130, 128, 16},
+    {"CBC 383 bits decrypting", Call::kBlock, MODE_CBC, false, 383, 256, 32},
+    {"CFB1 130 bits", Call::kBlock, MODE_CFB1, true, 130, 128, 16},
+    {"CFB1 256 bits decrypting", Call::kBlock, MODE_CFB1, false, 256, 256, 32},
+    {"CFB1 decrypting, encryption key", Call::kBlock, MODE_CFB1, false, 256, 256, 32, true},
+    {"ECB, decryption key", Call::kBlock, MODE_ECB, true, 128, BAD_CIPHER_STATE, 0, true},
+    {"CFB1, decryption key", Call::kBlock, MODE_CFB1, true, 128, BAD_CIPHER_STATE, 0, true},
+    {"CBC decrypting, encryption key", Call::kBlock, MODE_CBC, false, 128, BAD_CIPHER_STATE, 0,
+     true},
+    {"ECB decrypting, encryption key", Call::kBlock, MODE_ECB, false, 128, BAD_CIPHER_STATE, 0,
+     true},
+    // Padded, in bytes. ECB refuses a pad of 16 after writing the blocks
+    // before it.
+    {"padded, decryption key", Call::kPad, MODE_CBC, true, 16, BAD_CIPHER_STATE, 0, true},
+    {"padded decrypting, encryption key", Call::kPad, MODE_ECB, false, 16, BAD_CIPHER_STATE, 0,
+     true},
+    {"padded ECB 0 bytes", Call::kPad, MODE_ECB, true, 0, 0, 0},
+    {"padded ECB 20 bytes", Call::kPad, MODE_ECB, true, 20, 32, 32},
+    {"padded CBC 16 bytes", Call::kPad, MODE_CBC, true, 16, 32, 32},
+    {"padded CFB1", Call::kPad, MODE_CFB1, true, 16, BAD_CIPHER_STATE, 0},
+    {"padded CBC decrypting 16 bytes", Call::kPad, MODE_CBC, false, 32, 16, 16},
+    {"padded ECB decrypting 16 bytes", Call::kPad, MODE_ECB, false, 32, BAD_DATA, 16},
+    {"padded decrypting 17 bytes", Call::kPad, MODE_CBC, false, 17, BAD_DATA, 0},
+};
+
+TEST(AesEdges, EachCallAgreesWithOpenSsl) {
+  const Bytes message = Counting(48, 0x81);
+  for (const Edge& e : kEdges) {
+    SCOPED_TRACE(e.name);
+    const bool pad = e.call == Call::kFinal || e.call == Call::kPad;
+    const bool streaming = e.call == Call::kUpdate || e.call == Call::kFinal;
+    const Bytes key = Counting(e.key_bytes, 0x40), iv = e.iv ? kIv : Bytes(16, 0);
+    const std::string name = "aes-" + std::to_string(e.key_bytes * 8) +
+                             (e.mode == MODE_ECB ? "-ecb" : e.mode == MODE_CBC ? "-cbc" : "-cfb1");
+    const EVP_CIPHER* cipher = EVP_get_cipherbyname(name.c_str());
+    // The plaintext of the answer, and the engine's input.
+    const Bytes plain(message.begin(),
+                      message.begin() + (pad && e.encrypt && e.written ? e.length : e.written));
+    Bytes in = e.encrypt ? message : Evp(cipher, key, iv, pad ? plain : message, true, pad);
+    in.resize(64);
+    Bytes out(64, 0xee);
+    int r = 0;
+    if (streaming) {
+      fips_aes_ctx ctx;
+      fips_aes_init(&ctx, e.encrypt, key.data(), e.key_bytes, e.iv ? iv.data() : nullptr);
+      r = (e.call == Call::kUpdate ? fips_aes_update : fips_aes_final)(&ctx, in.data(), e.length,
+                                                                        out.data());
+    } else {
+      keyInstance k = Key(key, e.encrypt != e.wrong_key ? DIR_ENCRYPT : DIR_DECRYPT);
+      cipherInstance c{};
+      c.mode = static_cast<uint8_t>(e.mode);
+      std::memcpy(c.IV, iv.data(), 16);
+      const auto op = e.call == Call::kBlock ? (e.encrypt ? blockEncrypt : blockDecrypt)
+                                             : (e.encrypt ? padEncrypt : padDecrypt);
+      r = op(&c, &k, in.data(), e.length, out.data());
+    }
+    EXPECT_EQ(r, e.result);
+    const Bytes want = e.encrypt && e.written ? Evp(cipher, key, iv, plain, true, pad) : plain;
+    EXPECT_EQ(Hex(Bytes(out.begin(), out.begin() + e.written)), Hex(want));
+    EXPECT_EQ(Bytes(out.begin() + e.written, out.end()), Bytes(64 - e.written, 0xee));
+  }
   EXPECT_EQ(fips_aes_test(0), 1);
   EXPECT_EQ(fips_aes_test(1), 0);
 }
