@@ -27,7 +27,12 @@ test "$("$fv" --version)" = "fipsval $(sed -n 's/^Version: //p' "$libdir/pkgconf
 "$fv" --help | grep -q "\[$prefix/var/lib/fipsval\]" || fail "data dir default"
 "$fv" -q selftest >/tmp/step.out || fail "installed selftest"
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
-$cc $extra -Wall -Wextra -Werror -o /tmp/example_host "$source/tests/install/example_host.c" \
+# The example host is the README's own code block, so that what a reader
+# copies is what this test builds.
+awk 'f && /^```$/ {exit} f {print} /^```c$/ {c=1; next}
+     c {c=0; if (/^\/\* example_host\.c:/) {f=1; print}}' "$source/README.md" >/tmp/example_host.c
+test -s /tmp/example_host.c || fail "no example host in README.md"
+$cc $extra -Wall -Wextra -Werror -o /tmp/example_host /tmp/example_host.c \
   $(pkg-config --cflags --libs fipsval) -rdynamic \
   -Wl,-rpath,"$(realpath "$(pkg-config --variable=libdir fipsval)")"
 /tmp/example_host >/tmp/step.out || fail "example self-tests"
@@ -39,5 +44,5 @@ grep -q '^answered AES/ECBMCT128$' /tmp/step.out && ! grep -q '^NOT answered' /t
   fail "example run"
 # CTR_DRBG needs the random-device driver; every other suite must verify.
 "$fv" verify --list ssl --list wf /tmp/example-tree >/tmp/step.out 2>&1 || fail "verify"
-rm -rf "$prefix" /tmp/example-tree /tmp/example_host /tmp/step.out /tmp/man.txt
+rm -rf "$prefix" /tmp/example-tree /tmp/example_host /tmp/example_host.c /tmp/step.out /tmp/man.txt
 echo "install test passed"
