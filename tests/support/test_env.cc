@@ -62,10 +62,6 @@ std::string ReadResponse(std::string_view name) {
   return ReadFile("/tmp/resp/" + std::string(name) + ".rsp");
 }
 
-bool ResponseExists(std::string_view name) {
-  return FileExists("/tmp/resp/" + std::string(name) + ".rsp");
-}
-
 void MountTinyResponseDir(std::size_t bytes) {
   const std::string options = "size=" + std::to_string(bytes);
   if (mount("tiny", "/tmp/resp", "tmpfs", 0, options.c_str()) != 0) {

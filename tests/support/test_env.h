@@ -32,7 +32,6 @@ bool FileExists(const std::string& path);
 void ResetVectorDirs();
 void WriteRequest(std::string_view name, std::string_view content);
 std::string ReadResponse(std::string_view name);
-bool ResponseExists(std::string_view name);
 
 // Mounts a tmpfs of `bytes` bytes on "/tmp/resp", so that writes fail part
 // way through a response file.

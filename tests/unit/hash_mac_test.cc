@@ -1,8 +1,6 @@
 // The SHA-1 and SHA-256 message and Monte Carlo runners and the HMAC
 // runner, as request text in, response text and console lines out.
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
-#include <openssl/hmac.h>
 #include <openssl/sha.h>
 
 #include <string>
@@ -159,20 +157,6 @@ TEST(Hmac, RfcVectorsPerSectionTruncatedToTlen) {
                  "\n[L=32]\n\n" + b5 + "Mac = " + kSha256Hi + "\n" + b6 +
                  "Mac = " + kSha256Jefe.substr(0, 32) + "\n[L=28]\n" + b7 +
                  "Mac = " + kSha256Jefe + "\n"));
-}
-
-TEST(Hmac, LongestKeyAndMessageThatALineHolds) {
-  // A 1,024-byte line holds 1,023 characters: 507 bytes of hex after the
-  // tag and before the CR LF. No longer value can reach the runner.
-  const std::vector<uint8_t> key(507, 0xaa), msg(507, 0x55);
-  const std::string block = Block(0, 32, Hex(key), Hex(msg));
-  uint8_t mac[32];
-  unsigned mac_len = 0;
-  HMAC(EVP_sha256(), key.data(), 507, msg.data(), 507, mac, &mac_len);
-  const CoreResult r = RunCore(test_hmac_from_stream, "[L=32]\n" + block);
-  EXPECT_EQ(r.printed, "");
-  EXPECT_EQ(r.response, Crlf("[L=32]\n" + block + "Mac = " +
-                             Hex(std::vector<uint8_t>(mac, mac + 32)) + "\n"));
 }
 
 TEST(Hmac, FailuresStopWithTheirMessage) {

@@ -276,6 +276,7 @@ TEST_F(SelfTests, CheckConfigPassesOnlyOnExactlyOneAndReportsByMode) {
     EXPECT_EQ(fips_update_config(), 0);
     EXPECT_EQ(Host().hash_cfg_args, enabled ? Ints{0} : Ints{}) << enabled;
   }
+  EXPECT_EQ(fips_get_max_hash_tests(), 1);
 }
 
 // The published vectors, and an RSA key that OpenSSL finds consistent.

@@ -225,6 +225,8 @@ TEST(TdesMonteCarlo, SeedReadingMessages) {
       {k + iv + "PLAINTEXT = \n", "ENCRYPT\nError extracting plaintext\n"},
       {"NumKeys = 4\n", "ENCRYPT\nError extracting number of keys\n"},
       {"NumKeys = 4294967298\n", "ENCRYPT\nError extracting number of keys\n"},
+      // strtol reads "2a" as 2 (then the seed's first key line is wrong).
+      {"NumKeys = 2a\nKEYs = " + kK1 + "\n", "ENCRYPT\nError extracting key1\n"},
       {"[DECRYPT]\n" + k + iv, "ENCRYPT\nDECRYPT\nCiphertext field not present\n"},
       {"[DECRYPT]\n" + k + iv + "CIPHERTEXT = " + std::string(514, 'b') + "\n",
        "ENCRYPT\nDECRYPT\nCipher buffer too small by 1 bytes\n"},
