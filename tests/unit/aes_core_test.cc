@@ -135,8 +135,12 @@ TEST(AesModes, CbcEncryptionRestartsDecryptionChains) {
   fips_aes_update(&ctx, plain.data(), 16, back.data());
   fips_aes_update(&ctx, plain.data() + 16, 16, back.data() + 16);
   EXPECT_EQ(Bytes(back.begin() + 16, back.end()), half);
-  // Refused before anything is read: no record, a mode that does not exist.
-  EXPECT_EQ(blockEncrypt(nullptr, &enc, plain.data(), 128, back.data()), BAD_CIPHER_STATE);
+  // Refused before anything is read: a missing record, a mode that does not
+  // exist.
+  for (auto op : {blockEncrypt, blockDecrypt, padEncrypt, padDecrypt}) {
+    EXPECT_EQ(op(nullptr, &enc, plain.data(), 128, back.data()), BAD_CIPHER_STATE);
+    EXPECT_EQ(op(&c, nullptr, plain.data(), 128, back.data()), BAD_CIPHER_STATE);
+  }
   c.mode = 7;
   EXPECT_EQ(blockDecrypt(&c, &dec, plain.data(), 128, back.data()), BAD_CIPHER_STATE);
 }

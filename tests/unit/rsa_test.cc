@@ -111,13 +111,16 @@ UniqueBignum Word(unsigned long w) {
 }
 
 // The steps at their boundaries, for 2048 and 3072 bits, are in the
-// project's KAT vectors below. The reason is cut to the buffer's size.
+// project's KAT vectors below. The reason is cut to the buffer's size; a
+// negative modulus size fails.
 TEST(B33, ReasonIsBoundedAndTerminated) {
   char small[12];
   EXPECT_EQ(b33_test(2048, Word(3).get(), Word(0).get(), Word(0).get(), small,
                      sizeof small),
             0);
   EXPECT_STREQ(small, "Step 4.4 p ");
+  EXPECT_EQ(b33_test(-1, Word(3).get(), Word(0).get(), Word(0).get(), small, sizeof small), 0);
+  EXPECT_STREQ(small, "Invalid mod");
 }
 
 // KAT requests end their lines in CR CR LF: "\r\n" in the text below.
