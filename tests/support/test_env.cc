@@ -97,8 +97,8 @@ std::FILE* FailingStream(int fail_at, int* writes, bool buffered) {
   io.write = [](void* cookie, const char*, std::size_t n) -> ssize_t {
     auto* b = static_cast<Budget*>(cookie);
     if (b->writes) *b->writes = b->tried + 1;
-    // 0, not -1: glibc keeps a failed byte of an unbuffered stream for
-    // the next write and reports this write done.
+    // 0, not -1: glibc keeps a byte whose write failed with -1 in an
+    // unbuffered stream's one-byte buffer and reports that write done.
     return ++b->tried >= b->fail_at ? 0 : static_cast<ssize_t>(n);
   };
   io.close = [](void* cookie) {

@@ -194,6 +194,7 @@ const struct Edge {
     // caller put in ek, in both directions and with either key.
     {Call::kBlock, MODE_ECB, true, 0, 0, 0}, {Call::kBlock, MODE_ECB, true, 15, 0, 0},
     {Call::kBlock, MODE_ECB, false, 127, 0, 0}, {Call::kBlock, MODE_ECB, true, 130, 128, 16},
+    {Call::kBlock, MODE_CBC, true, 16, 0, 0}, {Call::kBlock, MODE_CFB1, false, 20, 0, 0},
     {Call::kBlock, MODE_CBC, true, 130, 128, 16},
     {Call::kBlock, MODE_CBC, false, 383, 256, 32},
     {Call::kBlock, MODE_CFB1, true, 130, 128, 16},
