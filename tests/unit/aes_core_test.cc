@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <numeric>
@@ -32,13 +33,15 @@ TEST(AesCore, Fips197AppendixCBothWaysAndInPlace) {
       {192, 12, "dda97ca4864cdfe06eaf70a0ec0d7191"},
       {256, 14, "8ea2b7ca516745bfeafc49904b496089"}};
   for (const auto& c : kCases) {
-    uint32_t enc[4 * (MAXNR + 1)], dec[4 * (MAXNR + 1)];
-    ASSERT_EQ(rijndaelKeySetupEnc(enc, Counting(32).data(), c.bits), c.rounds);
-    ASSERT_EQ(rijndaelKeySetupDec(dec, Counting(32).data(), c.bits), c.rounds);
+    // The schedule is 4 (Nr + 1) words; no word after it is written.
+    std::vector<uint32_t> enc(4 * (MAXNR + 1), 0x5a5a5a5a), dec = enc;
+    ASSERT_EQ(rijndaelKeySetupEnc(enc.data(), Counting(32).data(), c.bits), c.rounds);
+    EXPECT_EQ(std::count(enc.begin(), enc.end(), 0x5a5a5a5au), 4 * (MAXNR - c.rounds));
+    ASSERT_EQ(rijndaelKeySetupDec(dec.data(), Counting(32).data(), c.bits), c.rounds);
     Bytes buf(16);
-    rijndaelEncrypt(enc, c.rounds, plain.data(), buf.data());
+    rijndaelEncrypt(enc.data(), c.rounds, plain.data(), buf.data());
     EXPECT_EQ(Hex(buf), c.cipher);
-    rijndaelDecrypt(dec, c.rounds, buf.data(), buf.data());  // in place
+    rijndaelDecrypt(dec.data(), c.rounds, buf.data(), buf.data());  // in place
     EXPECT_EQ(buf, plain) << c.bits;
   }
   uint32_t rk[4 * (MAXNR + 1)];
