@@ -212,7 +212,8 @@ const struct Edge {
     // before any block.
     {Call::kPad, MODE_CBC, true, 16, BAD_CIPHER_STATE, 0, true},
     {Call::kPad, MODE_ECB, false, 16, BAD_CIPHER_STATE, 0, true},
-    {Call::kPad, MODE_ECB, true, 0, 0, 0}, {Call::kPad, MODE_ECB, true, 20, 32, 32},
+    {Call::kPad, MODE_ECB, true, 0, 0, 0}, {Call::kPad, MODE_CBC, false, 0, 0, 0},
+    {Call::kPad, MODE_ECB, true, 20, 32, 32},
     {Call::kPad, MODE_CBC, true, 16, 32, 32},
     {Call::kPad, MODE_CFB1, true, 16, BAD_CIPHER_STATE, 0},
     {Call::kPad, MODE_CBC, false, 32, 16, 16}, {Call::kPad, MODE_ECB, false, 32, BAD_DATA, 16},
