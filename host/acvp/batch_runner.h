@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 #include "host/acvp/response_writer.h"
 
 namespace fipsval::host::acvp {

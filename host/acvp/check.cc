@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 
 namespace fipsval::host::acvp {
 namespace {

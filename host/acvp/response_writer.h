@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 
 namespace fipsval::host::acvp {
 

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "host/acvp/check.h"
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 #include "host/acvp/response_writer.h"
 #include "tests/support/test_env.h"
 

@@ -1,5 +1,5 @@
 // Choosing the converter for a vector set, and what the converters share.
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 
 #include <string_view>
 

@@ -1,6 +1,6 @@
 // The "[ENCRYPT]" and "[DECRYPT]" sections of the AES and TDES requests,
 // and the data sizes their runners take.
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 
 namespace fipsval::host::acvp::internal {
 

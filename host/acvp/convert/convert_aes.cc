@@ -3,7 +3,7 @@
 // Monte Carlo files (CBCMCT128 …, ECBMCT128).
 #include <map>
 
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 
 namespace fipsval::host::acvp::internal {
 namespace {

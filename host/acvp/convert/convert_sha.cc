@@ -1,7 +1,7 @@
 // SHA-1 and SHA2-256 vector sets: AFT groups become the short-message file
 // (SHA1ShortMsg, SHA256ShortMsg), each standard MCT test a Monte Carlo file
 // of its own (the runner reads one seed a file).
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 
 namespace fipsval::host::acvp::internal {
 namespace {

@@ -1,6 +1,6 @@
 // HMAC-SHA-1 and HMAC-SHA2-256 vector sets: every group becomes tests of
 // the "[L=20]" or "[L=32]" section of the HMAC request file.
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 
 namespace fipsval::host::acvp::internal {
 namespace {

@@ -1,7 +1,7 @@
 // TDES-CBC vector sets with three keys: AFT groups become sections of the
 // three-key multi-block message file TCBCMMT3, MCT groups the Monte Carlo
 // file TCBCMonte3.
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 
 namespace fipsval::host::acvp::internal {
 namespace {

@@ -1,6 +1,6 @@
 // kdf-components vector sets: SSH groups become sections of the "ssh"
 // request, TLS 1.0/1.1 and 1.2 groups sections of the "tls" request.
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 
 namespace fipsval::host::acvp::internal {
 namespace {

@@ -1,6 +1,6 @@
 // RSA sigGen vector sets with PKCS#1 v1.5: each group becomes a "[mod = …]"
 // section of SigGen15_186-3, signed with the key the runner makes for it.
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 
 namespace fipsval::host::acvp::internal {
 namespace {

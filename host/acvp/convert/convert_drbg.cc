@@ -4,7 +4,7 @@
 // returned-bits length once a file, so each length gets a file of its own.
 #include <map>
 
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 
 namespace fipsval::host::acvp::internal {
 namespace {
