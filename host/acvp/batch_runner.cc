@@ -13,7 +13,7 @@
 #include <set>
 #include <utility>
 
-#include "host/run/cavp_tree.h"
+#include "host/run/tree_engine.h"
 #include "host/base/safe_io.h"
 #include "host/catalog/suite_catalog.h"
 

@@ -70,6 +70,17 @@ UniqueFd OpenDirBelow(int dirfd, std::string_view name, bool create,
   return fd;
 }
 
+UniqueFd OpenGivenDirectory(const std::string& path, bool create,
+                            std::string* why) {
+  if (create && mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) {
+    *why = std::strerror(errno);
+    return {};
+  }
+  UniqueFd fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!fd) *why = errno == ENOTDIR ? "not a directory" : std::strerror(errno);
+  return fd;
+}
+
 bool ReadFileBelow(int dirfd, std::string_view name, std::size_t max_bytes,
                    std::string* content, std::string* why) {
   const std::string n(name);

@@ -41,6 +41,11 @@ std::string AccessError(int dirfd, std::string_view name, int error);
 UniqueFd OpenDirBelow(int dirfd, std::string_view name, bool create,
                       std::string* why);
 
+// Opens a directory the user named (links followed: the user chose it);
+// with create, makes it (mode 0755 before the umask) first when missing.
+UniqueFd OpenGivenDirectory(const std::string& path, bool create,
+                            std::string* why);
+
 // Reads the regular file `name` below dirfd (no link, FIFO or device; a
 // file larger than max_bytes is refused).
 bool ReadFileBelow(int dirfd, std::string_view name, std::size_t max_bytes,

@@ -13,7 +13,8 @@
 
 #include "fipsval.h"
 #include "host/cli/cli.h"
-#include "host/run/cavp_tree.h"
+#include "host/run/entropy_export.h"
+#include "host/run/tree_engine.h"
 #include "host/platform/host_settings.h"
 #include "host/report/result_report.h"
 #include "host/catalog/suite_catalog.h"

@@ -7,7 +7,8 @@
 #include <chrono>
 #include <string>
 
-#include "host/run/cavp_tree.h"
+#include "host/run/tree_engine.h"
+#include "host/report/run_record.h"
 #include "host/run/run_report.h"
 #include "host/verify/verify.h"
 

@@ -1,9 +1,7 @@
 // What a run tells its user: the library's console lines sorted into
-// progress chatter and runner errors, each request file's outcome, and the
-// run record "fipsval-run.json" that `verify` reads.
+// progress chatter and runner errors, and each request file's outcome.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,19 +30,5 @@ struct FileRecord {
   std::string message;
   double seconds = 0;  // spent on the file (not in the run record)
 };
-
-struct RunRecord {
-  std::string tree;  // absolute
-  std::string started;
-  std::optional<std::string> finished;
-  std::vector<FileRecord> files;
-};
-
-// "2026-11-23T11:43:32Z"
-std::string UtcNow();
-
-std::string RunRecordJson(const RunRecord& record);
-
-inline constexpr const char* kRunRecordName = "fipsval-run.json";
 
 }  // namespace fipsval::host

@@ -51,9 +51,4 @@ int RunTree(const RunOptions& options);
 bool TreeHasRequests(const std::string& tree,
                      const std::vector<const fips_tv*>& suites);
 
-// Writes `count` entropy samples (fips_tv_get_drbg_entropy_source) with
-// private staging, then puts "entropy_samples" into output_dir (empty:
-// "/tmp/resp", which must then be this user's own directory). 0 on success.
-int ExportEntropy(int count, const std::string& output_dir);
-
 }  // namespace fipsval::host
