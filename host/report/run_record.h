@@ -1,28 +1,37 @@
 // The run record "fipsval-run.json" that a run leaves beside its responses
-// and that `verify` reads: each request file's outcome, and whether the run
-// finished.
+// and that `verify` reads: when the run started and whether it finished,
+// the tree it answered, and each request file's outcome.
 #pragma once
 
-#include <optional>
+#include <map>
 #include <string>
-#include <vector>
+#include <string_view>
 
-#include "host/run/run_report.h"
+#include "host/base/status.h"
+#include "host/run/run_result.h"
 
 namespace fipsval::host {
 
-struct RunRecord {
-  std::string tree;  // absolute
-  std::string started;
-  std::optional<std::string> finished;
-  std::vector<FileRecord> files;
+inline constexpr const char* kRunRecordName = "fipsval-run.json";
+
+// The record of the run as it stands: "finished" is null until it has
+// finished; every file of the selected suites is listed, absent ones too.
+std::string RunRecordJson(const RunResult& run);
+
+struct RecordedFile {
+  std::string outcome;  // "answered", "runner-error", "not-answered"
+  std::string message;
 };
 
-// "2026-11-23T11:43:32Z"
-std::string UtcNow();
+struct RunRecord {
+  std::string tree;  // "" when the record names none
+  std::string started;
+  bool finished = false;
+  std::map<std::string, RecordedFile> files;  // by "<DIR>/<name>"
+};
 
-std::string RunRecordJson(const RunRecord& record);
-
-inline constexpr const char* kRunRecordName = "fipsval-run.json";
+// Reads a record's text; refused when it is not a record this program
+// wrote.
+Status ParseRunRecord(std::string_view text, RunRecord* record);
 
 }  // namespace fipsval::host

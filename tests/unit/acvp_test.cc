@@ -27,12 +27,13 @@ std::string Set(std::string_view head, std::string_view groups) {
 
 // Converts a one-file vector set, answers it with `response` and returns
 // the request text and the response JSON.
-std::pair<std::string, Outcome> Answer(const std::string& set, const std::string& response) {
+std::pair<std::string, AssembledResponse> Answer(const std::string& set, const std::string& response) {
   const Json prompt = Json::parse(set);
   const Conversion conversion = ConvertVectorSet(prompt);
-  EXPECT_EQ(conversion.error + std::to_string(conversion.files.size()), "1");
+  EXPECT_EQ(conversion.status.message() + std::to_string(conversion.files.size()), "1");
   const RequestFile& file = conversion.files.at(0);
-  return {file.dir + "/" + file.name + ": " + file.text.substr(file.text.find("\r\n\r\n") + 4),
+  return {std::string(file.profile->dir) + "/" + std::string(file.profile->name) + ": " +
+              file.text.substr(file.text.find("\r\n\r\n") + 4),
           AssembleResponse(prompt, conversion, {{true, Crlf(response), "Error extracting key"}})};
 }
 
@@ -91,9 +92,9 @@ TEST(Acvp, InputsAtTheRunnersLimitsAreConverted) {
                    std::string(19984, 'a') + "\"}]}"),
            Set(R"("algorithm": "ctrDRBG", "revision": "1.0")", kDrbgGroup)}) {
     const Conversion c = ConvertVectorSet(Json::parse(set));
-    EXPECT_EQ(c.error, "");
+    EXPECT_EQ(c.status.message(), "");
     ASSERT_EQ(c.files.size(), 1u) << (c.unanswered.empty() ? "" : c.unanswered[0].reason);
-    EXPECT_EQ(c.files[0].slots.size(), 1u) << c.files[0].name;
+    EXPECT_EQ(c.files[0].slots.size(), 1u) << c.files[0].profile->name;
   }
 }
 

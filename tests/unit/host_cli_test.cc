@@ -235,7 +235,7 @@ TEST(HostHealthTests, CutoffsOfTheRepetitionAndProportionTests) {
       samples[i] = static_cast<uint8_t>(1 + i % 255);  // never 0
     }
     for (int k = 0; k < c.repeats; ++k) samples[c.in_a_row ? k : k * 20] = 0;
-    EXPECT_EQ(host::RunHealthTests(samples).ok, c.ok)
+    EXPECT_EQ(host::RunHealthTests(samples).ok(), c.ok)
         << c.repeats << (c.in_a_row ? " in a row" : " spread");
   }
 }

@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "host/run/request_check.h"
+#include "host/run/run_plan.h"
 #include "host/report/result_report.h"
 #include "tests/support/test_env.h"
 
@@ -340,7 +340,7 @@ TEST_F(HostResult, FailuresNameTheFileAndTheCause) {
 // or stops are skipped cases that say why.
 TEST(HostJunit, StoppedRunsAndSkippedFilesHaveTheirCases) {
   host::RunResult run;
-  run.error = "stopped: disk full";
+  run.stopped = host::Failed("stopped: disk full");
   host::VerifyTally tally;
   tally.files = {{"SHA", "A", "SKIP", "no answers", 0}, {"RSA2", "B", "STOPPED", "by design", 0}};
   host::ResultReport report;
@@ -375,9 +375,12 @@ TEST_F(HostResult, ReportPathsAreCheckedFirstAndNeverFollowALink) {
   WriteFile("/tmp/victim", "secret\n");
   ASSERT_EQ(symlink("/tmp/victim", "/tmp/r.xml"), 0);
   host::RunResult run;
-  run.files.push_back({"AES", "CBC<&\"'>\u00e9", host::Outcome::kRunnerError,
-                       "bad \x01 \xff\xfe \xed\xa0\x80 \xef\xbf\xbe ]]> line\nnext", 0});
-  run.runner_errors = 1;
+  host::FileRun& file = run.files.emplace_back();
+  file.dir = "AES";
+  file.name = "CBC<&\"'>\u00e9";
+  file.plan = host::FilePlan::kRun;
+  file.outcome = host::FileOutcome::kRunnerError;
+  file.message = "bad \x01 \xff\xfe \xed\xa0\x80 \xef\xbf\xbe ]]> line\nnext";
   host::ResultReport report;
   report.version = "0";
   report.command = "run";

@@ -1,7 +1,8 @@
 // Choosing the converter for a vector set, and what the converters share.
 #include "host/acvp/convert/conversion.h"
 
-#include <string_view>
+#include <functional>
+#include <map>
 
 namespace fipsval::host::acvp {
 namespace internal {
@@ -11,46 +12,46 @@ std::string GroupPlace(std::size_t index, long long tg_id) {
          std::to_string(tg_id) + ")";
 }
 
-bool ReadGroups(const Json& prompt, std::vector<Item>* groups,
-                std::string* error) {
-  const Fields top(prompt, "vector set", error);
+Status ReadGroups(const Json& prompt, std::vector<Item>* groups) {
+  Status status;
+  const Fields top(prompt, "vector set", &status);
   const Json* list = top.Array("testGroups");
-  if (!list) return false;
+  if (!list) return status;
+  std::map<long long, std::size_t> seen;  // tgId → its group's index
   for (std::size_t i = 0; i < list->size(); ++i) {
     const Json& group = (*list)[i];
-    const Fields fields(group, "testGroups[" + std::to_string(i) + "]", error);
+    const Fields fields(group, "testGroups[" + std::to_string(i) + "]", &status);
     const auto tg_id = fields.Int("tgId");
-    if (!tg_id || !fields.Array("tests")) return false;
-    for (const Item& seen : *groups) {
-      if (seen.id == *tg_id) {
-        fields.Fail("tgId", "repeats " + std::to_string(*tg_id) + " of " + seen.place);
-        return false;
-      }
+    if (!tg_id || !fields.Array("tests")) return status;
+    if (const auto [it, fresh] = seen.emplace(*tg_id, groups->size()); !fresh) {
+      fields.Fail("tgId", "repeats " + std::to_string(*tg_id) + " of " +
+                              (*groups)[it->second].place);
+      return status;
     }
     groups->push_back({&group, GroupPlace(i, *tg_id), *tg_id});
   }
-  return true;
+  return status;
 }
 
-bool ReadTests(const Item& group, std::vector<Item>* tests,
-               std::string* error) {
+Status ReadTests(const Item& group, std::vector<Item>* tests) {
+  Status status;
   const Json& list = (*group.json)["tests"];
+  std::map<long long, std::size_t> seen;  // tcId → its test's index
   for (std::size_t i = 0; i < list.size(); ++i) {
     const Json& test = list[i];
     const std::string place = group.place + " tests[" + std::to_string(i) + "]";
-    const Fields fields(test, place, error);
+    const Fields fields(test, place, &status);
     const auto tc_id = fields.Int("tcId");
-    if (!tc_id) return false;
-    for (const Item& seen : *tests) {
-      if (seen.id == *tc_id) {
-        fields.Fail("tcId", "repeats " + std::to_string(*tc_id) + " of " + seen.place);
-        return false;
-      }
+    if (!tc_id) return status;
+    if (const auto [it, fresh] = seen.emplace(*tc_id, tests->size()); !fresh) {
+      fields.Fail("tcId", "repeats " + std::to_string(*tc_id) + " of " +
+                              (*tests)[it->second].place);
+      return status;
     }
     tests->push_back({&test, place + " (tcId " + std::to_string(*tc_id) + ")",
                       *tc_id});
   }
-  return true;
+  return status;
 }
 
 // Only the number: nothing of the document's text reaches a request file
@@ -60,10 +61,29 @@ std::string Header(const Json& prompt) {
          ", converted by fipsval\r\n\r\n";
 }
 
+Status NewRequestFile(const Json& prompt, std::string_view name,
+                      RequestFile* file) {
+  file->profile = FindRequestProfile(name);
+  if (!file->profile) {
+    return Failed("no runner profile for the request " + std::string(name));
+  }
+  file->text = Header(prompt);
+  return Ok();
+}
+
+std::string TcId(const Item& test) {
+  return " (tcId " + std::to_string(test.id) + ")";
+}
+
+GroupFate Unanswered(const Item& group, std::string reason, Conversion* out) {
+  out->unanswered.push_back({group.id, std::move(reason)});
+  return GroupFate::kUnanswered;
+}
+
 void AllUnsupported(const Json& prompt, const std::string& reason,
                     Conversion* out) {
   std::vector<Item> groups;
-  if (!ReadGroups(prompt, &groups, &out->error)) return;
+  if (out->status = ReadGroups(prompt, &groups); !out->status.ok()) return;
   for (const Item& group : groups) out->unanswered.push_back({group.id, reason});
 }
 
@@ -71,13 +91,49 @@ void AllUnsupported(const Json& prompt, const std::string& reason,
 
 namespace {
 
-using internal::AllUnsupported;
+using Converter = std::function<void(const Json&, const std::string& revision,
+                                     Conversion*)>;
+
+struct Algorithm {
+  std::string_view algorithm;
+  std::string_view mode;  // "": any
+  Converter convert;
+};
+
+const std::vector<Algorithm>& Algorithms() {
+  using namespace internal;
+  static const std::vector<Algorithm> algorithms = {
+      {"ACVP-AES-CBC", "", [](auto& p, auto&, auto* o) { ConvertAes(p, true, o); }},
+      {"ACVP-AES-ECB", "", [](auto& p, auto&, auto* o) { ConvertAes(p, false, o); }},
+      {"ACVP-TDES-CBC", "", [](auto& p, auto&, auto* o) { ConvertTdes(p, o); }},
+      {"SHA-1", "", [](auto& p, auto&, auto* o) { ConvertSha(p, 20, o); }},
+      {"SHA2-256", "", [](auto& p, auto&, auto* o) { ConvertSha(p, 32, o); }},
+      {"HMAC-SHA-1", "", [](auto& p, auto&, auto* o) { ConvertHmac(p, 20, o); }},
+      {"HMAC-SHA2-256", "", [](auto& p, auto&, auto* o) { ConvertHmac(p, 32, o); }},
+      {"ctrDRBG", "", [](auto& p, auto&, auto* o) { ConvertDrbg(p, o); }},
+      {"kdf-components", "ssh", [](auto& p, auto&, auto* o) { ConvertSsh(p, o); }},
+      {"kdf-components", "tls", [](auto& p, auto&, auto* o) { ConvertTls(p, o); }},
+      {"TLS-v1.2", "KDF",
+       [](auto& p, auto& revision, auto* o) {
+         AllUnsupported(p, "the extended-master-secret TLS KDF (" + revision +
+                               ") has no runner in the library", o);
+       }},
+      {"RSA", "sigGen", [](auto& p, auto&, auto* o) { ConvertRsaSigGen(p, o); }},
+      {"RSA", "sigVer",
+       [](auto& p, auto&, auto* o) {
+         AllUnsupported(p, "RSA signature verification: the library's SigVer "
+                           "runner stops at the first test without verifying it",
+                        o);
+       }},
+  };
+  return algorithms;
+}
 
 }  // namespace
 
 Conversion ConvertVectorSet(const Json& prompt) {
   Conversion out;
-  const Fields top(prompt, "vector set", &out.error);
+  const Fields top(prompt, "vector set", &out.status);
   const auto vs_id = top.Int("vsId");
   const auto algorithm = top.String("algorithm");
   const auto revision = top.String("revision");
@@ -88,38 +144,16 @@ Conversion ConvertVectorSet(const Json& prompt) {
     if (!given) return out;
     mode = *given;
   }
-  const std::string& a = *algorithm;
-  if (a == "ACVP-AES-CBC" || a == "ACVP-AES-ECB") {
-    internal::ConvertAes(prompt, a == "ACVP-AES-CBC", &out);
-  } else if (a == "ACVP-TDES-CBC") {
-    internal::ConvertTdes(prompt, &out);
-  } else if (a == "SHA-1" || a == "SHA2-256") {
-    internal::ConvertSha(prompt, a == "SHA-1" ? 20 : 32, &out);
-  } else if (a == "HMAC-SHA-1" || a == "HMAC-SHA2-256") {
-    internal::ConvertHmac(prompt, a == "HMAC-SHA-1" ? 20 : 32, &out);
-  } else if (a == "ctrDRBG") {
-    internal::ConvertDrbg(prompt, &out);
-  } else if (a == "kdf-components" && mode == "ssh") {
-    internal::ConvertSsh(prompt, &out);
-  } else if (a == "kdf-components" && mode == "tls") {
-    internal::ConvertTls(prompt, &out);
-  } else if (a == "TLS-v1.2" && mode == "KDF") {
-    AllUnsupported(prompt,
-                   "the extended-master-secret TLS KDF (" + *revision +
-                       ") has no runner in the library",
-                   &out);
-  } else if (a == "RSA" && mode == "sigGen") {
-    internal::ConvertRsaSigGen(prompt, &out);
-  } else if (a == "RSA" && mode == "sigVer") {
-    AllUnsupported(prompt,
-                   "RSA signature verification: the library's SigVer runner "
-                   "stops at the first test without verifying it",
-                   &out);
-  } else {
-    out.error = "vector set: field \"algorithm\" names an algorithm fipsval "
-                "does not answer: \"" + a + (mode.empty() ? "" : "\" mode \"" + mode) +
-                "\"";
+  for (const Algorithm& a : Algorithms()) {
+    if (a.algorithm == *algorithm && (a.mode.empty() || a.mode == mode)) {
+      a.convert(prompt, *revision, &out);
+      return out;
+    }
   }
+  out.status = Refused(
+      "vector set: field \"algorithm\" names an algorithm fipsval does not "
+      "answer: \"" + *algorithm + (mode.empty() ? "" : "\" mode \"" + mode) +
+      "\"");
   return out;
 }
 

@@ -1,30 +1,19 @@
 // An ACVP vector set turned into the library's request files: the text of
-// each file, the suite that reads it, where each test's answer will stand in
-// the response, and the groups that no suite can answer (with the reason).
+// each file, its runner's profile (suite, folder, answer lines), where each
+// test's answer will stand in the response, and the groups that no suite
+// can answer (with the reason).
 #pragma once
 
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/acvp/json_fields.h"
+#include "host/base/status.h"
+#include "host/catalog/runner_profiles.h"
 
 namespace fipsval::host::acvp {
-
-// A response line that carries an answer: the line begins with `prefix`
-// ("CIPHERTEXT = ") and its value becomes the JSON field `field` ("ct").
-struct AnswerTag {
-  std::string prefix;
-  std::string field;
-};
-
-// The answer lines of one section of a response file. The section starts at
-// a line beginning with `marker` (an empty marker: at the start of the
-// file). A record is complete at its `closing` line.
-struct SectionAnswers {
-  std::string marker;
-  std::vector<AnswerTag> tags;
-  std::string closing;
-};
 
 // One test of the vector set inside a request file. An answer takes
 // `records` response records: 1, or the Monte Carlo iterations.
@@ -35,13 +24,9 @@ struct Slot {
 };
 
 struct RequestFile {
-  std::string suite;  // the suite descriptor's name ("AES-WF")
-  std::string dir;    // its CAVP directory ("AES")
-  std::string name;   // the request's base name ("ECBMMT128")
-  std::string text;   // the request, CR LF line ends
-  std::vector<SectionAnswers> sections;
-  std::vector<std::string> group_fields;  // record fields that belong to the group (RSA n, e)
-  std::vector<Slot> slots;                // in the order of the answers
+  const RequestProfile* profile = nullptr;  // its runner: suite, folder, name
+  std::string text;         // the request, CR LF line ends
+  std::vector<Slot> slots;  // in the order of the answers
 };
 
 struct Unanswered {
@@ -52,12 +37,12 @@ struct Unanswered {
 struct Conversion {
   std::vector<RequestFile> files;
   std::vector<Unanswered> unanswered;
-  std::string error;  // a bad document: one line naming the field
+  Status status;  // a bad document: one line naming the field (refused)
 };
 
-// Converts a vector set (a prompt). Sets `error` for a document that cannot
-// be read (missing or bad field, unknown algorithm); otherwise every group
-// ends up either in a request file or in `unanswered`.
+// Converts a vector set (a prompt). The status is refused for a document
+// that cannot be read (missing or bad field, unknown algorithm); otherwise
+// every group ends up either in a request file or in `unanswered`.
 Conversion ConvertVectorSet(const Json& prompt);
 
 // The parts of the converters that they share.
@@ -72,11 +57,16 @@ struct Item {
 };
 
 // The groups of the set (each an object with an integer tgId and a tests
-// array), and the tests of a group (each with an integer tcId). False, with
-// the error set, when one is malformed.
-bool ReadGroups(const Json& prompt, std::vector<Item>* groups,
-                std::string* error);
-bool ReadTests(const Item& group, std::vector<Item>* tests, std::string* error);
+// array), and the tests of a group (each with an integer tcId); refused
+// when one is malformed.
+Status ReadGroups(const Json& prompt, std::vector<Item>* groups);
+Status ReadTests(const Item& group, std::vector<Item>* tests);
+
+// A request file for the library's request `name` ("CBCMMT128"), its text
+// begun with the header of the vector set. Fails when no runner profile
+// knows the name.
+Status NewRequestFile(const Json& prompt, std::string_view name,
+                      RequestFile* file);
 
 // The first lines of every request file written for a vector set.
 std::string Header(const Json& prompt);
@@ -91,11 +81,49 @@ struct CipherSections {
 
   // Appends a test: "COUNT = n" and then `lines` (CR LF ended each).
   void Add(bool encrypt, const Slot& slot, const std::string& lines);
-  // Header, "[ENCRYPT]" (then `section_lines`), the encrypt tests,
-  // "[DECRYPT]" (then `section_lines`), the decrypt tests.
-  void Finish(const std::string& header, const std::string& section_lines,
-              RequestFile* file) const;
+  // Appends to the file's text "[ENCRYPT]" (then `section_lines`), the
+  // encrypt tests, "[DECRYPT]" (then `section_lines`), the decrypt tests;
+  // the slots take the records of the file's profile.
+  void Finish(const std::string& section_lines, RequestFile* file) const;
+  bool empty() const { return encrypt_slots.empty() && decrypt_slots.empty(); }
 };
+
+// A test as the request gets it, or why the runners cannot take it.
+struct TestInput {
+  std::string lines;    // its request lines (CR LF ended each)
+  std::string refusal;  // "" when the runners can take it
+};
+
+// The tests of a group as TestInputs, read with `read` (which returns
+// nullopt, with the status set, for a malformed test): their lines, up to
+// the first test the runners cannot take, whose refusal ends the list.
+struct GroupInputs {
+  std::vector<Item> tests;
+  std::vector<std::string> lines;
+  std::string refusal;
+};
+template <typename Read>
+std::optional<GroupInputs> ReadInputs(const Item& group, Status* status,
+                                      Read read) {
+  GroupInputs inputs;
+  if (Status s = ReadTests(group, &inputs.tests); !s.ok()) {
+    *status = s;
+    return std::nullopt;
+  }
+  for (const Item& test : inputs.tests) {
+    std::optional<TestInput> input = read(test);
+    if (!input) return std::nullopt;
+    if (!input->refusal.empty()) {
+      inputs.refusal = std::move(input->refusal);
+      break;
+    }
+    inputs.lines.push_back(std::move(input->lines));
+  }
+  return inputs;
+}
+
+// " (tcId N)", for refusals that name a test.
+std::string TcId(const Item& test);
 
 // Why the block-cipher runners cannot take `bytes` of data in a test of a
 // Monte Carlo group (one block) or another group (1 to 256 bytes of whole
@@ -115,6 +143,12 @@ void ConvertRsaSigGen(const Json& prompt, Conversion* out);
 // Every group unsupported with the same reason.
 void AllUnsupported(const Json& prompt, const std::string& reason,
                     Conversion* out);
+
+// What a converter makes of one group: kAnswerable (its tests are in a
+// request file), kUnanswered (with its reason), or kBad (the document's
+// error is in the conversion's status: stop).
+enum class GroupFate { kAnswerable, kUnanswered, kBad };
+GroupFate Unanswered(const Item& group, std::string reason, Conversion* out);
 
 }  // namespace internal
 }  // namespace fipsval::host::acvp

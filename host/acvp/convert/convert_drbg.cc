@@ -62,107 +62,134 @@ bool CheckLength(const Fields& t, const char* name, const std::string& hex,
   return false;
 }
 
+// A test's three other inputs: one reseed, then two generate calls, in
+// that order.
+struct OtherInputs {
+  std::string additional[3];
+  std::string reseed_entropy;
+  std::string refusal;  // an additional input of zeros
+};
+
+std::optional<OtherInputs> ReadOtherInputs(const Fields& t, const Item& test,
+                                           const Json* other,
+                                           long long input_bits,
+                                           Status* status) {
+  if (other->size() != 3) {
+    t.Fail("otherInput", "does not hold one reSeed and two generate entries");
+    return std::nullopt;
+  }
+  OtherInputs inputs;
+  for (std::size_t i = 0; i < 3; ++i) {
+    const Fields o((*other)[i],
+                   test.place + " otherInput[" + std::to_string(i) + "]", status);
+    const auto use = o.String("intendedUse");
+    const auto input = o.Hex("additionalInput");
+    const auto more_entropy = o.Hex("entropyInput");
+    if (!use || !input || !more_entropy) return std::nullopt;
+    if (*use != (i == 0 ? "reSeed" : "generate")) {
+      o.Fail("intendedUse", i == 0 ? "is not \"reSeed\" (expected first)"
+                                   : "is not \"generate\"");
+      return std::nullopt;
+    }
+    if (!CheckLength(o, "additionalInput", *input, input_bits) ||
+        (i == 0 && !CheckLength(o, "entropyInput", *more_entropy, kEntropyBits))) {
+      return std::nullopt;
+    }
+    if (AllZero(*input)) inputs.refusal = "an additional input of zeros";
+    inputs.additional[i] = *input;
+    if (i == 0) inputs.reseed_entropy = *more_entropy;
+  }
+  return inputs;
+}
+
+// A test's lines after its COUNT line.
+std::optional<TestInput> ReadTest(const Item& test, long long perso_bits,
+                                  long long input_bits, Status* status) {
+  const Fields t(*test.json, test.place, status);
+  const auto entropy = t.Hex("entropyInput");
+  const auto nonce = t.Hex("nonce");
+  const auto perso = t.Hex("persoString");
+  const Json* other_inputs = t.Array("otherInput");
+  if (!entropy || !nonce || !perso || !other_inputs) return std::nullopt;
+  if (!CheckLength(t, "entropyInput", *entropy, kEntropyBits) ||
+      !CheckLength(t, "nonce", *nonce, kNonceBits) ||
+      !CheckLength(t, "persoString", *perso, perso_bits)) {
+    return std::nullopt;
+  }
+  const std::optional<OtherInputs> other =
+      ReadOtherInputs(t, test, other_inputs, input_bits, status);
+  if (!other) return std::nullopt;
+  std::string refusal = other->refusal;
+  if (AllZero(*perso)) refusal = "a personalization string of zeros";
+  if (!refusal.empty()) {
+    return TestInput{"", refusal + TcId(test) +
+                             ": the driver's parameter block reads it as an "
+                             "empty one"};
+  }
+  return TestInput{"\r\nEntropyInput = " + *entropy + "\r\nNonce = " + *nonce +
+                       "\r\nPersonalizationString = " + *perso +
+                       "\r\nEntropyInputReseed = " + other->reseed_entropy +
+                       "\r\nAdditionalInputReseed = " + other->additional[0] +
+                       "\r\nAdditionalInput = " + other->additional[1] +
+                       "\r\nAdditionalInput = " + other->additional[2] +
+                       "\r\n\r\n",
+                   ""};
+}
+
+std::string SectionLines(long long perso_bits, long long input_bits,
+                         long long returned_bits) {
+  return "[AES-256 use df]\r\n[PredictionResistance = False]\r\n"
+         "[EntropyInputLen = 256]\r\n[NonceLen = 128]\r\n"
+         "[PersonalizationStringLen = " + std::to_string(perso_bits) +
+         "]\r\n[AdditionalInputLen = " + std::to_string(input_bits) +
+         "]\r\n[ReturnedBitsLen = " + std::to_string(returned_bits) +
+         "]\r\n\r\n";
+}
+
+// One group into the file of its returned length.
+GroupFate ConvertGroup(const Json& prompt, const Item& group,
+                       std::map<long long, RequestFile>& by_length,
+                       Conversion* out) {
+  const Fields g(*group.json, group.place, &out->status);
+  const auto type = g.String("testType");
+  if (!type) return GroupFate::kBad;
+  if (*type != "AFT") {
+    return Unanswered(
+        group, "testType \"" + *type + "\": the DRBG runner answers AFT only",
+        out);
+  }
+  const std::string problem = GroupProblem(g);
+  if (g.failed()) return GroupFate::kBad;
+  if (!problem.empty()) return Unanswered(group, problem, out);
+  const long long perso_bits = *g.Int("persoStringLen");
+  const long long input_bits = *g.Int("additionalInputLen");
+  const long long returned_bits = *g.Int("returnedBitsLen");
+  const auto inputs = ReadInputs(group, &out->status, [&](const Item& test) {
+    return ReadTest(test, perso_bits, input_bits, &out->status);
+  });
+  if (!inputs) return GroupFate::kBad;
+  if (!inputs->refusal.empty()) return Unanswered(group, inputs->refusal, out);
+  RequestFile& file = by_length[returned_bits];
+  if (!file.profile) {
+    out->status = NewRequestFile(prompt, "CTR_DRBG", &file);
+    if (!out->status.ok()) return GroupFate::kBad;
+  }
+  file.text += SectionLines(perso_bits, input_bits, returned_bits);
+  for (std::size_t i = 0; i < inputs->tests.size(); ++i) {
+    file.text += "COUNT = " + std::to_string(file.slots.size()) + inputs->lines[i];
+    file.slots.push_back({group.id, inputs->tests[i].id, 1});
+  }
+  return GroupFate::kAnswerable;
+}
+
 }  // namespace
 
 void ConvertDrbg(const Json& prompt, Conversion* out) {
   std::vector<Item> groups;
-  if (!ReadGroups(prompt, &groups, &out->error)) return;
+  if (out->status = ReadGroups(prompt, &groups); !out->status.ok()) return;
   std::map<long long, RequestFile> by_length;
   for (const Item& group : groups) {
-    const Fields g(*group.json, group.place, &out->error);
-    const auto type = g.String("testType");
-    if (!type) return;
-    if (*type != "AFT") {
-      out->unanswered.push_back(
-          {group.id, "testType \"" + *type + "\": the DRBG runner answers AFT only"});
-      continue;
-    }
-    const std::string problem = GroupProblem(g);
-    if (g.failed()) return;
-    if (!problem.empty()) {
-      out->unanswered.push_back({group.id, problem});
-      continue;
-    }
-    const long long perso_bits = *g.Int("persoStringLen");
-    const long long input_bits = *g.Int("additionalInputLen");
-    const long long returned_bits = *g.Int("returnedBitsLen");
-    std::vector<Item> tests;
-    if (!ReadTests(group, &tests, &out->error)) return;
-    std::string text =
-        "[AES-256 use df]\r\n[PredictionResistance = False]\r\n"
-        "[EntropyInputLen = 256]\r\n[NonceLen = 128]\r\n"
-        "[PersonalizationStringLen = " + std::to_string(perso_bits) +
-        "]\r\n[AdditionalInputLen = " + std::to_string(input_bits) +
-        "]\r\n[ReturnedBitsLen = " + std::to_string(returned_bits) + "]\r\n\r\n";
-    RequestFile& file = by_length[returned_bits];
-    std::vector<Slot> slots;
-    std::string unsupported;
-    for (const Item& test : tests) {
-      const Fields t(*test.json, test.place, &out->error);
-      const auto entropy = t.Hex("entropyInput");
-      const auto nonce = t.Hex("nonce");
-      const auto perso = t.Hex("persoString");
-      const Json* other = t.Array("otherInput");
-      if (!entropy || !nonce || !perso || !other) return;
-      if (!CheckLength(t, "entropyInput", *entropy, kEntropyBits) ||
-          !CheckLength(t, "nonce", *nonce, kNonceBits) ||
-          !CheckLength(t, "persoString", *perso, perso_bits)) {
-        return;
-      }
-      // One reseed, then two generate calls, in that order.
-      if (other->size() != 3) {
-        t.Fail("otherInput", "does not hold one reSeed and two generate entries");
-        return;
-      }
-      std::string inputs[3], reseed_entropy;
-      for (std::size_t i = 0; i < 3; ++i) {
-        const Fields o((*other)[i], test.place + " otherInput[" + std::to_string(i) + "]",
-                       &out->error);
-        const auto use = o.String("intendedUse");
-        const auto input = o.Hex("additionalInput");
-        const auto more_entropy = o.Hex("entropyInput");
-        if (!use || !input || !more_entropy) return;
-        if (*use != (i == 0 ? "reSeed" : "generate")) {
-          o.Fail("intendedUse", i == 0 ? "is not \"reSeed\" (expected first)"
-                                       : "is not \"generate\"");
-          return;
-        }
-        if (!CheckLength(o, "additionalInput", *input, input_bits)) return;
-        if (i == 0 && !CheckLength(o, "entropyInput", *more_entropy, kEntropyBits)) {
-          return;
-        }
-        if (AllZero(*input)) unsupported = "an additional input of zeros";
-        inputs[i] = *input;
-        if (i == 0) reseed_entropy = *more_entropy;
-      }
-      if (AllZero(*perso)) unsupported = "a personalization string of zeros";
-      if (!unsupported.empty()) {
-        unsupported += " (tcId " + std::to_string(test.id) +
-                       "): the driver's parameter block reads it as an empty one";
-        break;
-      }
-      text += "COUNT = " + std::to_string(file.slots.size() + slots.size()) +
-              "\r\nEntropyInput = " + *entropy + "\r\nNonce = " + *nonce +
-              "\r\nPersonalizationString = " + *perso +
-              "\r\nEntropyInputReseed = " + reseed_entropy +
-              "\r\nAdditionalInputReseed = " + inputs[0] +
-              "\r\nAdditionalInput = " + inputs[1] +
-              "\r\nAdditionalInput = " + inputs[2] + "\r\n\r\n";
-      slots.push_back({group.id, test.id, 1});
-    }
-    if (!unsupported.empty()) {
-      out->unanswered.push_back({group.id, unsupported});
-      continue;
-    }
-    if (file.text.empty()) {
-      file.suite = "DRBG800-90A";
-      file.dir = "DRBG800-90A";
-      file.name = "CTR_DRBG";
-      file.sections = {{"", {{"ReturnedBits = ", "returnedBits"}}, "ReturnedBits = "}};
-      file.text = Header(prompt);
-    }
-    file.text += text;
-    file.slots.insert(file.slots.end(), slots.begin(), slots.end());
+    if (ConvertGroup(prompt, group, by_length, out) == GroupFate::kBad) return;
   }
   for (auto& [bits, file] : by_length) {
     if (!file.slots.empty()) out->files.push_back(std::move(file));
