@@ -215,9 +215,34 @@ constexpr SelfTestProfile kSelfTests[] = {
     {"", "native-aes", fips_aes_test},
 };
 
+constexpr AcvpRoute kAcvpRoutes[] = {
+    {{"ACVP-AES-CBC", "", "AFT", 128}, "CBCMMT128"},
+    {{"ACVP-AES-CBC", "", "AFT", 192}, "CBCMMT192"},
+    {{"ACVP-AES-CBC", "", "AFT", 256}, "CBCMMT256"},
+    {{"ACVP-AES-CBC", "", "MCT", 128}, "CBCMCT128"},
+    {{"ACVP-AES-CBC", "", "MCT", 192}, "CBCMCT192"},
+    {{"ACVP-AES-CBC", "", "MCT", 256}, "CBCMCT256"},
+    // The ECB runner takes any key size; its Monte Carlo runner, 128 bits.
+    {{"ACVP-AES-ECB", "", "AFT", 0}, "ECBMMT128"},
+    {{"ACVP-AES-ECB", "", "MCT", 128}, "ECBMCT128"},
+    {{"ACVP-TDES-CBC", "", "AFT", 0}, "TCBCMMT3"},
+    {{"ACVP-TDES-CBC", "", "MCT", 0}, "TCBCMonte3"},
+    {{"SHA-1", "", "AFT", 0}, "SHA1ShortMsg"},
+    {{"SHA-1", "", "MCT", 0}, "SHA1Monte"},
+    {{"SHA2-256", "", "AFT", 0}, "SHA256ShortMsg"},
+    {{"SHA2-256", "", "MCT", 0}, "SHA256Monte"},
+    {{"HMAC-SHA-1", "", "AFT", 0}, "HMAC"},
+    {{"HMAC-SHA2-256", "", "AFT", 0}, "HMAC"},
+    {{"ctrDRBG", "", "AFT", 0}, "CTR_DRBG"},
+    {{"kdf-components", "ssh", "AFT", 0}, "ssh"},
+    {{"kdf-components", "tls", "AFT", 0}, "tls"},
+    {{"RSA", "sigGen", "GDT", 0}, "SigGen15_186-3"},
+};
+
 }  // namespace
 
 std::span<const RequestProfile> RequestProfiles() { return kRequests; }
+std::span<const AcvpRoute> AcvpRoutes() { return kAcvpRoutes; }
 std::span<const SuiteProfile> SuiteProfiles() { return kSuites; }
 std::span<const SelfTestProfile> SelfTestProfiles() { return kSelfTests; }
 
@@ -239,6 +264,18 @@ const RequestProfile* FindRequestProfile(std::string_view name) {
 const SuiteProfile* FindSuiteProfile(std::string_view name) {
   for (const SuiteProfile& s : kSuites) {
     if (s.name == name) return &s;
+  }
+  return nullptr;
+}
+
+const RequestProfile* FindAcvpRequest(const AcvpGroup& group) {
+  for (const AcvpRoute& route : kAcvpRoutes) {
+    const AcvpGroup& g = route.group;
+    if (g.algorithm == group.algorithm && g.mode == group.mode &&
+        g.test_type == group.test_type &&
+        (g.key_bits == 0 || g.key_bits == group.key_bits)) {
+      return FindRequestProfile(route.request);
+    }
   }
   return nullptr;
 }

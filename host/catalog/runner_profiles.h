@@ -81,7 +81,22 @@ struct SelfTestProfile {
   int (*kat)(int force);
 };
 
+// An ACVP test group that the runners answer: the vector set's algorithm
+// and mode ("" when it has none), the group's test type, and its key size
+// (0: any); and the request file its tests go to.
+struct AcvpGroup {
+  std::string_view algorithm;
+  std::string_view mode;
+  std::string_view test_type;
+  long long key_bits = 0;
+};
+struct AcvpRoute {
+  AcvpGroup group;
+  std::string_view request;
+};
+
 std::span<const RequestProfile> RequestProfiles();
+std::span<const AcvpRoute> AcvpRoutes();
 std::span<const SuiteProfile> SuiteProfiles();
 std::span<const SelfTestProfile> SelfTestProfiles();
 
@@ -91,6 +106,8 @@ const RequestProfile* FindRequestProfile(std::string_view dir,
 // By the base name alone (they are unique across the library).
 const RequestProfile* FindRequestProfile(std::string_view name);
 const SuiteProfile* FindSuiteProfile(std::string_view name);
+// The profile of the request file that answers such ACVP groups, or nullptr.
+const RequestProfile* FindAcvpRequest(const AcvpGroup& group);
 
 // Response records that answer one test: the Monte Carlo records, or 1.
 int RecordsPerTest(const RequestShape& shape);

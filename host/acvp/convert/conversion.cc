@@ -61,11 +61,23 @@ std::string Header(const Json& prompt) {
          ", converted by fipsval\r\n\r\n";
 }
 
-Status NewRequestFile(const Json& prompt, std::string_view name,
+AcvpGroup GroupOf(const Json& prompt, std::string_view test_type,
+                  long long key_bits) {
+  const auto text = [&](const char* key) {
+    const auto it = prompt.find(key);
+    return it != prompt.end() && it->is_string()
+               ? std::string_view(it->get_ref<const std::string&>())
+               : std::string_view();
+  };
+  return {text("algorithm"), text("mode"), test_type, key_bits};
+}
+
+Status NewRequestFile(const Json& prompt, const AcvpGroup& group,
                       RequestFile* file) {
-  file->profile = FindRequestProfile(name);
+  file->profile = FindAcvpRequest(group);
   if (!file->profile) {
-    return Failed("no runner profile for the request " + std::string(name));
+    return Failed("no runner answers " + std::string(group.algorithm) + " " +
+                  std::string(group.test_type) + " groups");
   }
   file->text = Header(prompt);
   return Ok();

@@ -62,10 +62,15 @@ struct Item {
 Status ReadGroups(const Json& prompt, std::vector<Item>* groups);
 Status ReadTests(const Item& group, std::vector<Item>* tests);
 
-// A request file for the library's request `name` ("CBCMMT128"), its text
-// begun with the header of the vector set. Fails when no runner profile
-// knows the name.
-Status NewRequestFile(const Json& prompt, std::string_view name,
+// The kind of a group of the vector set: its algorithm and mode, the
+// group's test type and key size (0: not a property of the set).
+AcvpGroup GroupOf(const Json& prompt, std::string_view test_type,
+                  long long key_bits = 0);
+
+// A request file for the groups of that kind (the runner profiles route
+// them), its text begun with the header of the vector set. Fails when no
+// runner takes such groups.
+Status NewRequestFile(const Json& prompt, const AcvpGroup& group,
                       RequestFile* file);
 
 // The first lines of every request file written for a vector set.

@@ -75,19 +75,14 @@ std::optional<TestInput> ReadTest(const Item& test, const AesGroup& aes,
   return TestInput{text, ""};
 }
 
-std::string FileName(const AesGroup& aes) {
-  if (!aes.cbc) return aes.mct ? "ECBMCT128" : "ECBMMT128";
-  return (aes.mct ? "CBCMCT" : "CBCMMT") + std::to_string(aes.key_bits);
-}
-
 }  // namespace
 
 void ConvertAes(const Json& prompt, bool cbc, Conversion* out) {
   std::vector<Item> groups;
   if (out->status = ReadGroups(prompt, &groups); !out->status.ok()) return;
-  // Files by name, in the order they are first used.
-  std::map<std::string, CipherSections> files;
-  std::vector<std::string> order;
+  // Files by the kind of group they take, in the order they are first used.
+  std::map<const RequestProfile*, CipherSections> files;
+  std::vector<AcvpGroup> order;
   for (const Item& group : groups) {
     AesGroup aes{.cbc = cbc};
     const GroupFate fate = ReadGroup(group, &aes, out);
@@ -101,19 +96,20 @@ void ConvertAes(const Json& prompt, bool cbc, Conversion* out) {
       Unanswered(group, inputs->refusal, out);
       continue;
     }
-    const std::string name = FileName(aes);
-    if (!files.count(name)) order.push_back(name);
+    const AcvpGroup kind = GroupOf(prompt, aes.mct ? "MCT" : "AFT", aes.key_bits);
+    const RequestProfile* profile = FindAcvpRequest(kind);
+    if (!files.count(profile)) order.push_back(kind);
     for (std::size_t i = 0; i < inputs->tests.size(); ++i) {
-      files[name].Add(aes.encrypt, {group.id, inputs->tests[i].id},
-                      inputs->lines[i]);
+      files[profile].Add(aes.encrypt, {group.id, inputs->tests[i].id},
+                         inputs->lines[i]);
     }
   }
-  for (const std::string& name : order) {
+  for (const AcvpGroup& kind : order) {
     RequestFile file;
-    if (out->status = NewRequestFile(prompt, name, &file); !out->status.ok()) {
+    if (out->status = NewRequestFile(prompt, kind, &file); !out->status.ok()) {
       return;
     }
-    files[name].Finish("", &file);
+    files[file.profile].Finish("", &file);
     out->files.push_back(std::move(file));
   }
 }

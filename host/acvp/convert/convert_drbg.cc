@@ -171,7 +171,7 @@ GroupFate ConvertGroup(const Json& prompt, const Item& group,
   if (!inputs->refusal.empty()) return Unanswered(group, inputs->refusal, out);
   RequestFile& file = by_length[returned_bits];
   if (!file.profile) {
-    out->status = NewRequestFile(prompt, "CTR_DRBG", &file);
+    out->status = NewRequestFile(prompt, GroupOf(prompt, "AFT"), &file);
     if (!out->status.ok()) return GroupFate::kBad;
   }
   file.text += SectionLines(perso_bits, input_bits, returned_bits);

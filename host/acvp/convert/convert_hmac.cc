@@ -56,7 +56,8 @@ void ConvertHmac(const Json& prompt, int digest_bytes, Conversion* out) {
   std::vector<Item> groups;
   if (out->status = ReadGroups(prompt, &groups); !out->status.ok()) return;
   RequestFile file;
-  if (out->status = NewRequestFile(prompt, "HMAC", &file); !out->status.ok()) {
+  if (out->status = NewRequestFile(prompt, GroupOf(prompt, "AFT"), &file);
+      !out->status.ok()) {
     return;
   }
   file.text += "[L=" + std::to_string(digest_bytes) + "]\r\n\r\n";

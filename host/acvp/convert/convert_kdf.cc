@@ -1,5 +1,5 @@
-// kdf-components vector sets: SSH groups become sections of the "ssh"
-// request, TLS 1.0/1.1 and 1.2 groups sections of the "tls" request.
+// kdf-components vector sets: SSH groups become sections of the SSH KDF
+// request, TLS 1.0/1.1 and 1.2 groups sections of the TLS PRF request.
 #include "host/acvp/convert/conversion.h"
 
 namespace fipsval::host::acvp::internal {
@@ -176,7 +176,8 @@ void ConvertSsh(const Json& prompt, Conversion* out) {
   std::vector<Item> groups;
   RequestFile file;
   if (out->status = ReadGroups(prompt, &groups); !out->status.ok()) return;
-  if (out->status = NewRequestFile(prompt, "ssh", &file); !out->status.ok()) return;
+  out->status = NewRequestFile(prompt, GroupOf(prompt, "AFT"), &file);
+  if (!out->status.ok()) return;
   int count = 0;
   for (const Item& group : groups) {
     SshGroup ssh;
@@ -207,7 +208,8 @@ void ConvertTls(const Json& prompt, Conversion* out) {
   std::vector<Item> groups;
   RequestFile file;
   if (out->status = ReadGroups(prompt, &groups); !out->status.ok()) return;
-  if (out->status = NewRequestFile(prompt, "tls", &file); !out->status.ok()) return;
+  out->status = NewRequestFile(prompt, GroupOf(prompt, "AFT"), &file);
+  if (!out->status.ok()) return;
   int count = 0;
   for (const Item& group : groups) {
     TlsGroup tls;

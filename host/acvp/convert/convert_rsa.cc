@@ -79,7 +79,7 @@ void ConvertRsaSigGen(const Json& prompt, Conversion* out) {
   std::vector<Item> groups;
   RequestFile file;
   if (out->status = ReadGroups(prompt, &groups); !out->status.ok()) return;
-  out->status = NewRequestFile(prompt, "SigGen15_186-3", &file);
+  out->status = NewRequestFile(prompt, GroupOf(prompt, "GDT"), &file);
   if (!out->status.ok()) return;
   for (const Item& group : groups) {
     SigGenGroup rsa;

@@ -55,7 +55,6 @@ std::optional<TestInput> ReadMessage(const Item& test, bool mct,
 
 struct ShaFiles {
   const Json& prompt;
-  std::string suite;   // "SHA1", "SHA256"
   std::string marker;  // "[L = 20]" and a blank line
   RequestFile messages;
 };
@@ -63,7 +62,7 @@ struct ShaFiles {
 Status AddMonteCarlo(ShaFiles& files, const Item& group, const Item& test,
                      const std::string& seed, Conversion* out) {
   RequestFile monte;
-  if (Status s = NewRequestFile(files.prompt, files.suite + "Monte", &monte);
+  if (Status s = NewRequestFile(files.prompt, GroupOf(files.prompt, "MCT"), &monte);
       !s.ok()) {
     return s;
   }
@@ -110,9 +109,8 @@ GroupFate ConvertGroup(ShaFiles& files, const Item& group, int digest_bytes,
 void ConvertSha(const Json& prompt, int digest_bytes, Conversion* out) {
   std::vector<Item> groups;
   if (out->status = ReadGroups(prompt, &groups); !out->status.ok()) return;
-  ShaFiles files{prompt, digest_bytes == 20 ? "SHA1" : "SHA256",
-                 "[L = " + std::to_string(digest_bytes) + "]\r\n\r\n", {}};
-  out->status = NewRequestFile(prompt, files.suite + "ShortMsg", &files.messages);
+  ShaFiles files{prompt, "[L = " + std::to_string(digest_bytes) + "]\r\n\r\n", {}};
+  out->status = NewRequestFile(prompt, GroupOf(prompt, "AFT"), &files.messages);
   if (!out->status.ok()) return;
   files.messages.text += files.marker;
   for (const Item& group : groups) {

@@ -93,7 +93,7 @@ void ConvertTdes(const Json& prompt, Conversion* out) {
     if (sections.empty()) continue;
     RequestFile file;
     out->status =
-        NewRequestFile(prompt, monte ? "TCBCMonte3" : "TCBCMMT3", &file);
+        NewRequestFile(prompt, GroupOf(prompt, monte ? "MCT" : "AFT"), &file);
     if (!out->status.ok()) return;
     sections.Finish(monte ? "NumKeys = 3\r\n" : "", &file);
     out->files.push_back(std::move(file));
