@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <string>
 
+#include "host/acvp/batch_runner.h"
 #include "host/acvp/check.h"
 #include "host/acvp/convert/conversion.h"
 #include "host/acvp/response_writer.h"
@@ -68,6 +69,31 @@ TEST(Acvp, AGroupCutShortIsNotAnswered) {
   EXPECT_HAS(out.unanswered[0].reason, "no answer for tcId 2: Error extracting key");
   EXPECT_EQ(out.failed_groups, 1);
   EXPECT_EQ(out.response["notAnswered"][0]["tgId"], 8);
+}
+
+// The reason for a group not answered is what the run says of its file:
+// the runner's own message when it stopped, nothing more when it skipped a
+// test without a word (never the run's console text).
+TEST(Acvp, ReasonsAreTheRunnersOwnMessagesForTheirFiles) {
+  const host::RequestProfile* hmac = host::FindRequestProfile("HMAC");
+  const std::string test = "Klen = 1\r\nTlen = 20\r\nKey = 00\r\nMsg = 00\r\n\r\n";
+  const std::string stops = "Klen = 1\r\nTlen = 33\r\nKey = 00\r\nMsg = 00\r\n";
+  Conversion conversion;
+  conversion.files = {{hmac, "[L=20]\r\n\r\nCount = 0\r\n" + test + "Count = 1\r\n" + stops, {{1, 1}, {2, 2}}},
+                      {hmac, "[L=20]\r\n\r\nCount = 0\r\n" + test + "Cnt = 1\r\n" + test, {{3, 3}, {4, 4}}}};
+  std::vector<FileResult> results(2);
+  for (const auto& run : PlanRuns(conversion.files)) {
+    ASSERT_TRUE(RunFiles(conversion.files, run, &results).ok());
+  }
+  Json prompt = {{"vsId", 1}, {"testGroups", Json::array()}};
+  for (int id = 1; id <= 4; ++id) {
+    prompt["testGroups"].push_back({{"tgId", id}, {"tests", {{{"tcId", id}}}}});
+  }
+  const AssembledResponse out = AssembleResponse(prompt, conversion, results);
+  EXPECT_EQ(out.answered_groups, 2);
+  EXPECT_EQ(out.response["notAnswered"].dump(),
+            R"([{"tgId":2,"reason":"the HMAC runner (HMAC) gave no answer for tcId 2: MAC len is too big"},)"
+            R"({"tgId":4,"reason":"the HMAC runner (HMAC) gave no answer for tcId 4"}])");
 }
 
 // A ctrDRBG group the driver's parameter block holds, with one test.
