@@ -18,9 +18,9 @@
 namespace fipsval::host {
 
 struct RunOptions {
-  std::string tree;
-  std::vector<const fips_tv*> suites;
-  std::string output;  // response root; empty: the tree itself
+  std::string tree = {};
+  std::vector<const fips_tv*> suites = {};
+  std::string output = {};          // response root; empty: the tree itself
   RunObserver* observer = nullptr;  // none: the run is silent
 };
 

@@ -122,6 +122,11 @@ TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
       {{"run", "--list", "nope", "/tmp"}, 2, "unknown list"},
       {{"run", "/tmp/empty"}, 1, "has no request folders"},
       {{"run", "--suite", "SHA1", "/tmp/tree"}, 1, "use --output DIR"},
+      // Report paths are checked before any work.
+      {{"run", "--suite", "SHA1", "--json", "/tmp/none/r.json", "/tmp/tree"}, 1,
+       "the directory /tmp/none does not exist"},
+      {{"verify", "--junit", "/tmp", "/tmp/tree"}, 1, "the report /tmp names a directory"},
+      {{"verify", "--json"}, 2, "verify: --json needs a file"},
       {{"entropy", "many"}, 2, ""},
       {{"entropy", "--output"}, 2, "entropy: --output needs a directory"},
       {{"acvp", "--check", "--prompt"}, 2, "acvp --check: --prompt needs a file"},
