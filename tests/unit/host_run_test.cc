@@ -190,23 +190,30 @@ TEST_F(HostRun, TheEngineGivesEveryRequestFileItsOutcomeAndMessage) {
   }
 }
 
+// A file of the run, for the sorter, the console and the reports.
+host::FileRun File(const fips_tv& suite, const char* name, host::FilePlan plan,
+                   host::FileOutcome outcome = host::FileOutcome::kNotAnswered, const char* message = "") {
+  host::FileRun file;
+  file.suite = &suite;
+  file.dir = suite.dir;
+  file.name = name;
+  file.profile = host::FindRequestProfile(name);
+  file.request_path = "/t/" + file.dir + "/req/" + name + ".req";
+  file.response_path = "/r/" + file.dir + "/resp/" + name + ".rsp";
+  file.plan = plan;
+  file.outcome = outcome;
+  file.written = outcome == host::FileOutcome::kAnswered;
+  file.message = plan == host::FilePlan::kAbsent ? "no request file" : message;
+  return file;
+}
+
 // The sorter files each line of the suites' output under the file staged
 // when it was printed, tells titles and progress from runner errors, shows
 // the staging paths as the tree's, and concludes each file at its end marker.
 TEST(ConsoleSorter, FilesEveryLineUnderItsFileAndConcludesEach) {
-  const std::pair<const fips_tv*, const char*> kFiles[] = {
-      {&fips_tv_hmac, "HMAC"}, {&fips_tv_3des, "TCBCMonte1"}, {&fips_tv_rsa, "SigVer15_186-3"},
-      {&fips_tv_sha1, "SHA1ShortMsg"}};
-  std::vector<host::FileRun> files;
-  for (const auto& [suite, name] : kFiles) {
-    host::FileRun& file = files.emplace_back();
-    file.suite = suite;
-    file.dir = suite->dir;
-    file.name = name;
-    file.profile = host::FindRequestProfile(name);
-    file.request_path = std::string("T/") + name;
-    file.response_path = std::string("R/") + name;
-  }
+  std::vector<host::FileRun> files = {
+      File(fips_tv_hmac, "HMAC", host::FilePlan::kRun), File(fips_tv_3des, "TCBCMonte1", host::FilePlan::kRun),
+      File(fips_tv_rsa, "SigVer15_186-3", host::FilePlan::kRun), File(fips_tv_sha1, "SHA1ShortMsg", host::FilePlan::kRun)};
   struct Recorder : host::RunObserver {
     void FileBegun(const host::FileRun& f, double) override { said += "begin " + f.name + "\n"; }
     void SuiteDone(const fips_tv& s, double) override { said += "done " + std::string(s.name) + "\n"; }
@@ -230,36 +237,22 @@ TEST(ConsoleSorter, FilesEveryLineUnderItsFileAndConcludesEach) {
   EXPECT_EQ(recorder.said,
             "begin HMAC\nE HMAC: Key field not present\ndone HMAC\nbegin TCBCMonte1\nT TCBCMonte1: TDES MCT 1\n"
             "P TCBCMonte1: ENCRYPT\nP TCBCMonte1: 50 of 400\nP TCBCMonte1: Running file TCBCMonte1\n"
-            "E TCBCMonte1: Couldn't open T/TCBCMonte1\ndone 3DES\nbegin SigVer15_186-3\n"
+            "E TCBCMonte1: Couldn't open /t/TDES/req/TCBCMonte1.req\ndone 3DES\nbegin SigVer15_186-3\n"
             "E SigVer15_186-3: RSA param n is null\ndone RSA2\nbegin SHA1ShortMsg\nE SHA1ShortMsg: a\\x01\n"
-            "E SHA1ShortMsg: b\nE SHA1ShortMsg: c\nE SHA1ShortMsg: d R/SHA1ShortMsg\nE SHA1ShortMsg: e\n"
+            "E SHA1ShortMsg: b\nE SHA1ShortMsg: c\nE SHA1ShortMsg: d /r/SHA/resp/SHA1ShortMsg.rsp\nE SHA1ShortMsg: e\n"
             "E SHA1ShortMsg: tail\nE -: stray\ndone SHA1\n");
   using host::FileOutcome;
   const struct { FileOutcome outcome; bool written; const char* message; } kWant[] = {
       {FileOutcome::kRunnerError, true, "Key field not present"},
-      {FileOutcome::kRunnerError, false, "Couldn't open T/TCBCMonte1"},
+      {FileOutcome::kRunnerError, false, "Couldn't open /t/TDES/req/TCBCMonte1.req"},
       {FileOutcome::kAnswered, true, "the runner stops at the first test (RSA param n is null)"},
-      {FileOutcome::kNotAnswered, false, "cannot write R: full; a\\x01; b; c; d R/SHA1ShortMsg; and 2 more lines"}};
+      {FileOutcome::kNotAnswered, false, "cannot write R: full; a\\x01; b; c; d /r/SHA/resp/SHA1ShortMsg.rsp; and 2 more lines"}};
   for (std::size_t i = 0; i < files.size(); ++i) {
     EXPECT_TRUE(files[i].begun && files[i].ended) << files[i].name;
     EXPECT_EQ(files[i].outcome, kWant[i].outcome) << files[i].name;
     EXPECT_EQ(files[i].written, kWant[i].written) << files[i].name;
     EXPECT_EQ(files[i].message, kWant[i].message);
   }
-}
-
-host::FileRun File(const fips_tv& suite, const char* name, host::FilePlan plan,
-                   host::FileOutcome outcome = host::FileOutcome::kNotAnswered, const char* message = "") {
-  host::FileRun file;
-  file.suite = &suite;
-  file.dir = suite.dir;
-  file.name = name;
-  file.request_path = "/t/" + file.dir + "/req/" + name + ".req";
-  file.plan = plan;
-  file.outcome = outcome;
-  file.written = outcome == host::FileOutcome::kAnswered;
-  file.message = plan == host::FilePlan::kAbsent ? "no request file" : message;
-  return file;
 }
 
 // After a run: -q only the files with a problem, by default one line for a
@@ -387,7 +380,6 @@ TEST_F(HostResult, RunVerifyOnGoodSamplesValidatesAndCountsEveryFile) {
   EXPECT_GE(files, 5u);
   EXPECT_EQ(doc["run"]["counts"]["answered"], files);
   EXPECT_EQ(doc["verify"]["counts"]["passed"], files);
-  EXPECT_EQ(Entry(doc, "verify", "HMAC")["verdict"], "PASS");
   // -q: one line per file and a line of totals for each phase.
   EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), files + 2) << r.out;
   EXPECT_HAS(ReadFile("/tmp/r.xml"), "tests=\"" + std::to_string(2 * files) + "\" failures=\"0\"");

@@ -1,11 +1,13 @@
 // fipsval verify: completeness of a response against its request, the
-// comparison with the expected answers, the RSA answer checks, and the
-// verdicts over a tree.
+// comparison with the expected answers, the RSA answer checks, the
+// verdicts over a tree, and the reader it reads every file with.
 // Complete responses to whole NIST files are the conformance tests' part;
 // these are the gaps that must not pass.
 #include <gtest/gtest.h>
 #include <openssl/bn.h>
 #include <openssl/rsa.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
@@ -16,6 +18,7 @@
 #include "fipsval.h"
 #include "harness/owners.h"
 #include "harness/runners.h"
+#include "host/base/file_io.h"
 #include "host/verify/completeness.h"
 #include "host/verify/rsa_answer_checks.h"
 #include "host/verify/verify.h"
@@ -166,6 +169,39 @@ TEST_F(VerifyTree, RunRecordAndOutputDirectory) {
   EXPECT_EQ(tally_.complete_only, 1);
   EXPECT_HAS(out, "a run that did not finish (started 2026-01-01T00:00:00Z)");
   EXPECT_HAS(out, "FAIL SHA/SHA1LongMsg: the recorded run did not answer it (runner-error: Msg field not present)");
+}
+
+// The one file reader: links, FIFOs, paths out of the tree and files over
+// the cap refused, with a status that says which (kind and message).
+TEST(HostFileIo, TheTreeReaderSaysWhatItRefusedAndNeverFollowsALink) {
+  std::filesystem::remove_all("/tmp/t");
+  std::filesystem::create_directories("/tmp/t/SHA/req");
+  WriteFile("/tmp/t/SHA/req/ok.req", "ok\r\n");
+  WriteFile("/tmp/secret", "SECRET\n");
+  std::filesystem::create_symlink("/tmp/secret", "/tmp/t/SHA/req/link.req");
+  std::filesystem::create_symlink("/tmp/t/SHA", "/tmp/t/LINK");
+  ASSERT_EQ(mkfifo("/tmp/t/SHA/req/fifo.req", 0600), 0);
+  ASSERT_EQ(truncate("/tmp/t/SHA/req/ok.req", (1 << 20) + 1), 0);
+  const struct { const char* path; host::StatusKind kind; const char* message; } kCases[] = {
+      {"SHA/req/ok.req", host::StatusKind::kRefused, "larger than 1 MiB"},
+      {"SHA/req/link.req", host::StatusKind::kRefused, "it is a symbolic link (not followed)"},
+      {"LINK/req/ok.req", host::StatusKind::kRefused, "LINK/ is a symbolic link (not followed)"},
+      {"SHA/req/fifo.req", host::StatusKind::kRefused, "not a regular file"},
+      {"SHA/../SHA/req/ok.req", host::StatusKind::kRefused, "a path that leaves the tree"},
+      {"SHA/req/none.req", host::StatusKind::kMissing, "No such file or directory"},
+      {"AES/req/ok.req", host::StatusKind::kMissing, "no AES/"},
+  };
+  for (const auto& c : kCases) {
+    std::string content = "untouched";
+    const host::Status read = host::ReadTreeFile("/tmp/t", c.path, std::size_t{1} << 20, &content);
+    EXPECT_EQ(read.kind(), c.kind) << c.path;
+    EXPECT_EQ(read.message(), c.message) << c.path;
+    EXPECT_EQ(content.find("SECRET"), std::string::npos);
+  }
+  ASSERT_EQ(truncate("/tmp/t/SHA/req/ok.req", 4), 0);
+  std::string content;
+  EXPECT_TRUE(host::ReadTreeFile("/tmp/t", "SHA/req/ok.req", 4, &content).ok());
+  EXPECT_EQ(content, "ok\r\n");
 }
 
 // --- the RSA answer checks: the runners' own responses pass, each wrong
