@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/base/text.h"
 #include "host/report/result_report.h"
 
 namespace fipsval::host {
@@ -24,13 +25,8 @@ void AppendAscii(unsigned char c, bool attribute, std::string& out) {
     case '\r': out += "&#13;"; return;
     default: break;
   }
-  if (c < 0x20) {
-    char escaped[8];
-    std::snprintf(escaped, sizeof escaped, "\\x%02x", c);
-    out += escaped;
-  } else {
-    out += static_cast<char>(c);
-  }
+  const char ascii = static_cast<char>(c);
+  out += Printable(std::string_view(&ascii, 1));
 }
 
 // The length of the UTF-8 sequence at the start of `bytes` that XML
