@@ -216,6 +216,7 @@ Status Run(const RunOptions& options, int tree, int root,
   }
   RemoveOldResponses(root, run.files);
   if (Status s = RunStaged(staging, root, observer, run); !s.ok()) return s;
+  for (FileRun& file : run.files) file.request = std::string();  // done with
   ConcludeUnfinished(run);
   run.finished = UtcStamp();
   run.record = WriteRecord(root, run);
