@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
 #include "host/acvp/batch_runner.h"
@@ -90,6 +91,9 @@ TEST(Acvp, ReasonsAreTheRunnersOwnMessagesForTheirFiles) {
     prompt["testGroups"].push_back({{"tgId", id}, {"tests", {{{"tcId", id}}}}});
   }
   const AssembledResponse out = AssembleResponse(prompt, conversion, results);
+  for (const auto& entry : std::filesystem::directory_iterator("/tmp")) {
+    EXPECT_FALSE(entry.path().filename().string().starts_with("fipsval-acvp-")) << "a private tree left";
+  }
   EXPECT_EQ(out.answered_groups, 2);
   EXPECT_EQ(out.response["notAnswered"].dump(),
             R"([{"tgId":2,"reason":"the HMAC runner (HMAC) gave no answer for tcId 2: MAC len is too big"},)"
@@ -140,6 +144,8 @@ TEST(Acvp, BadDocumentsAndUnanswerableSets) {
       {Set(R"("algorithm": "SHA3-256", "revision": "1.0")", ""), 2,
        "field \"algorithm\" names an algorithm fipsval does not answer: \"SHA3-256\""},
       {"{" + sha1 + ", \"testGroups\": []}", 2, "field \"vsId\" is missing"},
+      {Set(sha1, R"({"tgId": 4, "tests": []}, {"tgId": 4, "tests": []})"), 2,
+       "testGroups[1]: field \"tgId\" repeats 4 of testGroups[0] (tgId 4)"},
       {"/dev/null", 2, "/dev/null: not a regular file"},
       {Set(sha1, R"({"tgId": 2, "testType": "LDT", "tests": []})"), 1, "testType \"LDT\""},
       {Set(sha1, R"({"tgId": 2, "testType": "AFT", "tests": [{"tcId": 1, "msg": "80", "len": 1}]})"), 1,

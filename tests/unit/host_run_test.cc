@@ -89,6 +89,7 @@ TEST_F(HostAttack, PlantedStagingPathsDoNotReachTheRun) {
     GTEST_SKIP() << "no private staging: " << run.err;
   }
   EXPECT_EQ(run.status, 0) << run.out << run.err;
+  EXPECT_HAS(run.err, "[HMAC] HMAC (");  // -v: the progress
   EXPECT_HAS(ReadFile("/tmp/tree/HMAC/resp/HMAC.rsp"), "Mac = ");
   const ProgramResult entropy = Fipsval({"entropy", "2"});
   EXPECT_EQ(entropy.status, 1);
@@ -229,7 +230,7 @@ TEST(ConsoleSorter, FilesEveryLineUnderItsFileAndConcludesEach) {
         "Key field not present", "@M end 0 ok", "@M begin 1", "TDES MCT 1", "ENCRYPT", "50 of 400",
         "Running file TCBCMonte1", "Running file TCBCMonte2", "Couldn't open /tmp/req/TCBCMonte1.req\r",
         "@M end 1 missing", "@M begin 2", "RSA param n is null", "@M end 2 ok", "@M begin 3", "a\x01",
-        "b", "c", "d /tmp/resp/SHA1ShortMsg.rsp", "e", "tail@M end 3 error cannot write R: full", "@M end 9 ok",
+        "b of c", "c", "d /tmp/resp/SHA1ShortMsg.rsp", "e", "tail@M end 3 error cannot write R: full", "@M end 9 ok",
         "stray"}) {
     sorter.Line(line);
   }
@@ -239,16 +240,15 @@ TEST(ConsoleSorter, FilesEveryLineUnderItsFileAndConcludesEach) {
             "P TCBCMonte1: ENCRYPT\nP TCBCMonte1: 50 of 400\nP TCBCMonte1: Running file TCBCMonte1\n"
             "E TCBCMonte1: Couldn't open /t/TDES/req/TCBCMonte1.req\ndone 3DES\nbegin SigVer15_186-3\n"
             "E SigVer15_186-3: RSA param n is null\ndone RSA2\nbegin SHA1ShortMsg\nE SHA1ShortMsg: a\\x01\n"
-            "E SHA1ShortMsg: b\nE SHA1ShortMsg: c\nE SHA1ShortMsg: d /r/SHA/resp/SHA1ShortMsg.rsp\nE SHA1ShortMsg: e\n"
+            "E SHA1ShortMsg: b of c\nE SHA1ShortMsg: c\nE SHA1ShortMsg: d /r/SHA/resp/SHA1ShortMsg.rsp\nE SHA1ShortMsg: e\n"
             "E SHA1ShortMsg: tail\nE -: stray\ndone SHA1\n");
   using host::FileOutcome;
   const struct { FileOutcome outcome; bool written; const char* message; } kWant[] = {
       {FileOutcome::kRunnerError, true, "Key field not present"},
       {FileOutcome::kRunnerError, false, "Couldn't open /t/TDES/req/TCBCMonte1.req"},
       {FileOutcome::kAnswered, true, "the runner stops at the first test (RSA param n is null)"},
-      {FileOutcome::kNotAnswered, false, "cannot write R: full; a\\x01; b; c; d /r/SHA/resp/SHA1ShortMsg.rsp; and 2 more lines"}};
+      {FileOutcome::kNotAnswered, false, "cannot write R: full; a\\x01; b of c; c; d /r/SHA/resp/SHA1ShortMsg.rsp; and 2 more lines"}};
   for (std::size_t i = 0; i < files.size(); ++i) {
-    EXPECT_TRUE(files[i].begun && files[i].ended) << files[i].name;
     EXPECT_EQ(files[i].outcome, kWant[i].outcome) << files[i].name;
     EXPECT_EQ(files[i].written, kWant[i].written) << files[i].name;
     EXPECT_EQ(files[i].message, kWant[i].message);
@@ -317,10 +317,8 @@ TEST(RequestCheck, FindsWhatTheReaderCannotReadWithItsLine) {
   const struct { std::string text; int line; const char* cause; } kCases[] = {  // line 0: no finding
       {"Key = 0aF9\r\n\r\ne = 010001\r\r\n# Msg = zz\r\nPersonalizationString = \r\n", 0, ""},
       {"Key = 0a\r\nIV = 0g\r\n", 2, "IV has a character that is not a hex digit at column 7"},
-      {"a\r\nb\n", 2, "line ends in LF, not CR LF"},
       {"a\r\nb", 2, "last line does not end in CR LF"},
       {std::string("a\r\nb\0c\r\n", 8), 2, "NUL byte (the reader stops there)"},
-      {"\n", 1, "line ends in LF, not CR LF"},
   };
   for (const auto& c : kCases) {
     const auto findings = host::CheckRequest(c.text);
@@ -332,14 +330,6 @@ TEST(RequestCheck, FindsWhatTheReaderCannotReadWithItsLine) {
 }
 
 // --- the machine-readable result (--json, --junit) ---------------------------
-
-// The entry of `part` ("run" or "verify") for the file `name`, or null.
-json Entry(const json& doc, const char* part, const std::string& name) {
-  for (const json& file : doc.value(part, json::object()).value("files", json::array())) {
-    if (file["name"] == name) return file;
-  }
-  return nullptr;
-}
 
 class HostResult : public ::testing::Test {
  protected:
@@ -419,9 +409,9 @@ TEST_F(HostResult, ReportsNameEveryFailureValidateAndNeverFollowALink) {
   EXPECT_EQ(doc["exit_status"], 1);
   EXPECT_EQ(doc["run"]["error"], "the run stopped: Killed");
   EXPECT_EQ(doc["run"]["files"].size(), 2u) << "a file absent from the tree is not one of the run's";
-  EXPECT_EQ(Entry(doc, "run", "HMAC")["outcome"], "not-answered");
+  EXPECT_EQ(doc["run"]["files"][1]["outcome"], "not-answered");
   EXPECT_EQ(doc["run"]["counts"]["without_request"], 1);
-  EXPECT_HAS(Entry(doc, "verify", "A")["detail"].get<std::string>(), "first difference");
+  EXPECT_HAS(doc["verify"]["files"][0]["detail"].get<std::string>(), "first difference");
   const std::string xml = ReadFile("/tmp/r.xml");
   for (const char* part : {"name=\"CBC&lt;&amp;&quot;&apos;&gt;\u00e9\"", "tests=\"7\" failures=\"5\"",
                            "<failure type=\"run\" message=\"the run stopped: Killed\">",
