@@ -22,7 +22,6 @@
 #include <string_view>
 
 #include "fipsval.h"
-#include "harness/owners.h"  // UniqueFile, for older includes
 
 namespace fipsval {
 

@@ -12,7 +12,7 @@
 #include <cstring>
 #include <vector>
 
-#include "host/base/safe_io.h"
+#include "host/base/owners.h"
 
 namespace fipsval::host {
 namespace {
@@ -88,7 +88,7 @@ bool ReadEntropy(EntropySource source, std::span<uint8_t> out) {
   return ReadUrandom(out);
 }
 
-HealthResult RunHealthTests(std::span<const uint8_t> samples) {
+Status RunHealthTests(std::span<const uint8_t> samples) {
   // Repetition count test: C = 1 + ceil(-log2(alpha) / H).
   const int rct_cutoff =
       1 + static_cast<int>(std::ceil(-kAlphaLog2 / kAssessedEntropy));
@@ -96,8 +96,8 @@ HealthResult RunHealthTests(std::span<const uint8_t> samples) {
   for (std::size_t i = 1; i < samples.size(); ++i) {
     run = samples[i] == samples[i - 1] ? run + 1 : 1;
     if (run >= rct_cutoff) {
-      return {false, "repetition count test: " + std::to_string(run) +
-                         " identical samples at offset " + std::to_string(i)};
+      return Refused("repetition count test: " + std::to_string(run) +
+                         " identical samples at offset " + std::to_string(i));
     }
   }
   // Adaptive proportion test over consecutive windows.
@@ -109,12 +109,12 @@ HealthResult RunHealthTests(std::span<const uint8_t> samples) {
     const int count = static_cast<int>(
         std::count(window.begin(), window.end(), window.front()));
     if (count >= apt_cutoff) {
-      return {false, "adaptive proportion test: a sample value occurs " +
+      return Refused("adaptive proportion test: a sample value occurs " +
                          std::to_string(count) + " times in a window of " +
-                         std::to_string(kAptWindow)};
+                         std::to_string(kAptWindow));
     }
   }
-  return {};
+  return Ok();
 }
 
 int RngSelfTest(EntropySource source, int force) {
@@ -125,9 +125,9 @@ int RngSelfTest(EntropySource source, int force) {
     std::fprintf(stderr, "fipsval: RNG test: no samples from the source\n");
     return 0;
   }
-  const HealthResult health = RunHealthTests(block);
-  if (!health.ok) {
-    std::fprintf(stderr, "fipsval: RNG test: %s%s\n", health.failure.c_str(),
+  const Status health = RunHealthTests(block);
+  if (!health.ok()) {
+    std::fprintf(stderr, "fipsval: RNG test: %s%s\n", health.message().c_str(),
                  force ? " (forced failure)" : "");
     return 0;
   }

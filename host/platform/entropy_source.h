@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 
+#include "host/base/status.h"
 #include "host/platform/host_settings.h"
 
 namespace fipsval::host {
@@ -16,16 +17,11 @@ namespace fipsval::host {
 bool ReadEntropy(EntropySource source, std::span<uint8_t> out);
 bool CpuHasRdrand();
 
-struct HealthResult {
-  bool ok = true;
-  std::string failure;
-};
-
 // The two continuous health tests for a noise source with 8-bit samples,
 // assessed at 7 bits of entropy per sample, with a false-alarm rate of
 // 2^-40: the repetition count test and the adaptive proportion test
 // (window 1024).
-HealthResult RunHealthTests(std::span<const uint8_t> samples);
+Status RunHealthTests(std::span<const uint8_t> samples);
 
 // The RNG self-test: health tests over a fresh block from the source. A
 // non-zero force replaces the block with a stuck source's output.

@@ -1,6 +1,6 @@
 // The "[ENCRYPT]" and "[DECRYPT]" sections of the AES and TDES requests,
 // and the data sizes their runners take.
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 
 namespace fipsval::host::acvp::internal {
 
@@ -12,14 +12,17 @@ void CipherSections::Add(bool encrypt_test, const Slot& slot,
   (encrypt_test ? encrypt_slots : decrypt_slots).push_back(slot);
 }
 
-void CipherSections::Finish(const std::string& header,
-                            const std::string& section_lines,
+void CipherSections::Finish(const std::string& section_lines,
                             RequestFile* file) const {
-  file->text = header + "[ENCRYPT]\r\n" + section_lines + "\r\n" + encrypt +
-               "[DECRYPT]\r\n" + section_lines + "\r\n" + decrypt;
+  file->text += "[ENCRYPT]\r\n" + section_lines + "\r\n" + encrypt +
+                "[DECRYPT]\r\n" + section_lines + "\r\n" + decrypt;
   file->slots = encrypt_slots;
   file->slots.insert(file->slots.end(), decrypt_slots.begin(),
                      decrypt_slots.end());
+  // A Monte Carlo test is answered by all its records.
+  for (Slot& slot : file->slots) {
+    slot.records = RecordsPerTest(*file->profile->shape);
+  }
 }
 
 std::string BlockDataRefusal(std::size_t bytes, std::size_t block, bool monte,
