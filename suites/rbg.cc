@@ -32,7 +32,7 @@ int set_key(rbg_params* block) {
     Fail("Error opening urandom");
     return 0;
   }
-  block->length = kRbgParamsFollowing;
+  fipsval_drbg_store_le32(&block->length, kRbgParamsFollowing);
   const int rc = ioctl(fd, kRbgSetParamsIoctl, block);
   close(fd);
   if (rc != 0) {
@@ -67,7 +67,8 @@ constexpr Input kInputs[] = {
 // Answers the test whose COUNT line was just copied; false ends the run.
 bool AnswerTest(const Session& s, int32_t returned_len) {
   rbg_params block = {};
-  block.returned_len = returned_len;
+  fipsval_drbg_store_le32(&block.returned_len,
+                          static_cast<uint32_t>(returned_len));
   for (const Input& input : kInputs) {
     auto* const field = reinterpret_cast<uint8_t*>(&block) + input.offset;
     const auto n = ParseHexField(s, input.tag, {field, input.size});
