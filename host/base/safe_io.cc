@@ -89,7 +89,8 @@ bool ReadFileBelow(int dirfd, std::string_view name, std::size_t max_bytes,
     *why = "not a regular file";
     return false;
   }
-  if (static_cast<std::size_t>(st.st_size) > max_bytes) {
+  // Compared in 64 bits: a size_t of 32 bits (armhf) would cut 4 GiB + 1 to 1.
+  if (static_cast<unsigned long long>(st.st_size) > max_bytes) {
     *why = "larger than " + std::to_string(max_bytes >> 20) + " MiB";
     return false;
   }
