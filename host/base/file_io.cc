@@ -67,7 +67,8 @@ Status ReadOpened(int fd, std::size_t max_bytes, std::string* content) {
   struct stat st;
   if (fstat(fd, &st) != 0) return FromErrno(errno);
   if (!S_ISREG(st.st_mode)) return Refused("not a regular file");
-  if (static_cast<std::size_t>(st.st_size) > max_bytes) {
+  // Compared in 64 bits: a size_t of 32 bits (armhf) would cut 4 GiB + 1 to 1.
+  if (static_cast<unsigned long long>(st.st_size) > max_bytes) {
     return Refused(TooLarge(max_bytes));
   }
   content->clear();

@@ -1,6 +1,5 @@
 #include "host/platform/entropy_source.h"
 
-#include <cpuid.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -13,6 +12,10 @@
 #include <vector>
 
 #include "host/base/owners.h"
+
+#if defined(__x86_64__)
+#include <cpuid.h>
+#endif
 
 namespace fipsval::host {
 namespace {
@@ -42,6 +45,12 @@ bool ReadUrandom(std::span<uint8_t> out) {
   return true;
 }
 
+#if defined(__x86_64__)
+bool HasRdrand() {
+  unsigned a, b, c, d;
+  return __get_cpuid(1, &a, &b, &c, &d) && (c & bit_RDRND);
+}
+
 __attribute__((target("rdrnd"))) bool ReadRdrand(std::span<uint8_t> out) {
   for (std::size_t i = 0; i < out.size(); i += 8) {
     unsigned long long word = 0;
@@ -56,6 +65,11 @@ __attribute__((target("rdrnd"))) bool ReadRdrand(std::span<uint8_t> out) {
   }
   return true;
 }
+#else
+// RDRAND is an x86 instruction: other CPUs never have the source.
+bool HasRdrand() { return false; }
+bool ReadRdrand(std::span<uint8_t>) { return false; }
+#endif
 
 // Smallest c with P(X >= c) <= 2^-40 for X ~ Binomial(n, p).
 int BinomialCutoff(int n, double p) {
@@ -72,15 +86,12 @@ int BinomialCutoff(int n, double p) {
 
 }  // namespace
 
-bool CpuHasRdrand() {
-  unsigned a, b, c, d;
-  return __get_cpuid(1, &a, &b, &c, &d) && (c & bit_RDRND);
-}
+bool CpuHasRdrand() { return HasRdrand(); }
 
 bool ReadEntropy(EntropySource source, std::span<uint8_t> out) {
   if (source == EntropySource::kRdrand) {
     if (!CpuHasRdrand()) {
-      std::fprintf(stderr, "fipsval: this CPU has no RDRAND instruction\n");
+      std::fprintf(stderr, "fipsval: RDRAND is not available on this CPU\n");
       return false;
     }
     return ReadRdrand(out);

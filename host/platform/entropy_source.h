@@ -13,7 +13,7 @@ namespace fipsval::host {
 
 // Fills out with fresh samples; false (with the reason on standard error)
 // when the source fails. kRdrand uses the CPU's RDRAND instruction and
-// fails where the CPU has none.
+// fails where the CPU has none (every CPU but x86-64).
 bool ReadEntropy(EntropySource source, std::span<uint8_t> out);
 bool CpuHasRdrand();
 

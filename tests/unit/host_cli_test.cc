@@ -77,7 +77,6 @@ class HostCli : public ::testing::Test {
 
 TEST_F(HostCli, SelftestPassesAndEachForcedFailureEntersTheErrorMode) {
   EXPECT_TRUE(Ran(Fipsval({"selftest"}), 0, "", Report()));  // the built-in data directory
-  EXPECT_TRUE(!host::CpuHasRdrand() || Ran(Fipsval({"--entropy", "rdrand", "selftest"}), 0, "", Report()));
   for (const auto& [name, test, mask, message] :
        {std::tuple{"RSA", "RSA", "mask 16", "RSA self-test failed"},
         {"Configuration", "Configuration Integrity", "mask 64",
@@ -96,6 +95,9 @@ TEST_F(HostCli, SelftestPassesAndEachForcedFailureEntersTheErrorMode) {
   EXPECT_TRUE(Ran(Fipsval({"kat", "aes", "rsa"}), 0, "", "aes          passed\nrsa  "
                                                          "        passed\n"));
   EXPECT_TRUE(Ran(Fipsval({"kat", "--force", "3des"}), 1, "", "3des         failed\n"));
+  // RDRAND: x86-64 CPUs that have it; elsewhere the RNG test fails and says why.
+  EXPECT_TRUE(host::CpuHasRdrand() ? Ran(Fipsval({"--entropy", "rdrand", "selftest"}), 0, "", Report())
+                                   : Ran(Run({"--entropy", "rdrand", "selftest"}), 3, "RDRAND is not available"));
 }
 
 // A usage error is one line on standard error, status 2, nothing on

@@ -189,6 +189,9 @@ TEST_F(HostRun, TheEngineGivesEveryRequestFileItsOutcomeAndMessage) {
     EXPECT_EQ(record["files"][0]["message"], c.message);
     EXPECT_TRUE(c.request.empty() || ReadFile("/tmp/tree/HMAC/resp/HMAC.rsp").find("stale") == std::string::npos);
   }
+  // Past 4 GiB (sparse): measured in 64 bits on 32-bit hosts too.
+  Shell("rm -f /tmp/tree/HMAC/req/HMAC.req && truncate -s 4294967297 /tmp/tree/HMAC/req/HMAC.req");
+  EXPECT_HAS(Fipsval({"run", "--suite", "HMAC", "/tmp/tree"}).out, "cannot read it: larger than 64 MiB");
 }
 
 // A file of the run, for the sorter, the console and the reports.
