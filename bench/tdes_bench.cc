@@ -12,7 +12,7 @@
 #include <memory>
 #include <string>
 
-#include "harness/openssl_ptr.h"
+#include "harness/owners.h"
 #include "harness/runners.h"
 #include "tests/support/test_env.h"
 

@@ -11,7 +11,7 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_COMPONENTS_ALL runtime dev tool)
+set(CPACK_COMPONENTS_ALL runtime dev tool)  # not config-digest: see below
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION misc)
@@ -45,8 +45,19 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS
     "${fipsval_runtime_package} (= ${PROJECT_VERSION}), libssl3, libc6 (>= 2.34), libstdc++6 (>= 12)")
 set(CPACK_DEBIAN_TOOL_DESCRIPTION
     "FIPS self-tests and CAVP runners: the fipsval reference host")
-# The sample configuration is the administrator's to change.
+# The sample configuration is the administrator's to change, and so is its
+# reference digest: the package does not carry it (the config-digest install
+# component is left out); the postinst makes it when it is missing and never
+# replaces it.
 file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian-tool/conffiles "/etc/fipsval/vpn.cfg\n")
-set(CPACK_DEBIAN_TOOL_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_BINARY_DIR}/debian-tool/conffiles)
+set(CPACK_DEBIAN_TOOL_PACKAGE_CONTROL_EXTRA
+    ${CMAKE_CURRENT_BINARY_DIR}/debian-tool/conffiles
+    ${CMAKE_CURRENT_SOURCE_DIR}/cmake/debian-tool/postinst
+    ${CMAKE_CURRENT_SOURCE_DIR}/cmake/debian-tool/postrm)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+# The program is stripped; its debug information goes into fipsval-dbgsym
+# (a .ddeb). The library is left as built: the stored firmware digest is the
+# digest of that very file.
+set(CPACK_DEBIAN_TOOL_DEBUGINFO_PACKAGE ON)
 
 include(CPack)

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "fipsval.h"
+#include "harness/owners.h"
 #include "harness/runner_io.h"
 
 namespace {

@@ -2,7 +2,6 @@
 // layout checked at compile time.
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -18,9 +17,8 @@ inline constexpr std::size_t kRbgNonceLen = FIPSVAL_DRBG_NONCE_LEN;
 inline constexpr std::size_t kRbgInputLen = FIPSVAL_DRBG_INPUT_LEN;
 inline constexpr std::size_t kRbgReturnedMax = FIPSVAL_DRBG_RETURNED_MAX;
 
-// The integers travel in the machine's own order, which the driver's
-// platforms and this one share: little-endian.
-static_assert(std::endian::native == std::endian::little);
+// The layout is fixed on every host; the two integers are written and read
+// as little-endian bytes (fipsval_drbg_store_le32, fipsval_drbg_load_le32).
 static_assert(sizeof(rbg_params) == 280);
 static_assert(offsetof(rbg_params, entropy) == 4);
 static_assert(offsetof(rbg_params, nonce) == 36);

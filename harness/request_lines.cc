@@ -31,10 +31,11 @@ uint8_t get_hex(char c) {
 }
 
 // The value of a field line starts at the tag's length from the start of
-// the line, wherever the tag was found.
+// the line, wherever the tag was found. Parsed in 64 bits on every host
+// (long has 32 bits on some), then cut to 32.
 int extract_len(const char* line, const char* tag, int* out) {
   if (!std::strstr(line, tag)) return 0;
-  *out = static_cast<int32_t>(std::strtol(line + std::strlen(tag), nullptr, 10));
+  *out = static_cast<int32_t>(std::strtoll(line + std::strlen(tag), nullptr, 10));
   return 1;
 }
 

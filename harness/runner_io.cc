@@ -127,8 +127,8 @@ std::size_t Session::Hex(std::string_view tag, uint8_t* out,
   return DecodeHex(line() + tag.size(), out, capacity);
 }
 
-long Session::Number(std::string_view tag) const {
-  return std::strtol(line() + tag.size(), nullptr, 10);
+long long Session::Number(std::string_view tag) const {
+  return std::strtoll(line() + tag.size(), nullptr, 10);
 }
 
 bool Session::Answer(std::string_view tag, const uint8_t* bytes, int len,

@@ -22,7 +22,6 @@
 #include <string_view>
 
 #include "fipsval.h"
-#include "harness/owners.h"  // UniqueFile, for older includes
 
 namespace fipsval {
 
@@ -114,10 +113,11 @@ class Session {
   // The value of the current line, read at the tag's length from the start
   // of the line wherever the tag stands: hex decoded into out (at most
   // capacity bytes stored; the count the text encodes is returned), or a
-  // decimal number parsed with strtol.
+  // decimal number parsed with strtoll: 64 bits on every host, so that a
+  // number past 32 bits reads the same where long has 32 bits (armhf).
   std::size_t Hex(std::string_view tag, uint8_t* out,
                   std::size_t capacity) const;
-  long Number(std::string_view tag) const;
+  long long Number(std::string_view tag) const;
 
   // Writes tag, the lower-case hex of bytes[0..len) and CR LF. The hex text
   // is built in `text` (the line buffer when none is given); when it would

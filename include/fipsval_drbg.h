@@ -9,7 +9,11 @@
  * stores the second output, returned_len bytes, in `returned` before the
  * ioctl returns 0. A returned_len of 0 or below asks for no output bytes.
  *
- * The block is a wire format: 280 bytes, little-endian, no padding.
+ * The block is a wire format: 280 bytes, no padding, its two integers
+ * (length, returned_len) little-endian on every host. Read and write them
+ * with fipsval_drbg_load_le32 and fipsval_drbg_store_le32: a plain
+ * assignment stores them in the host's byte order, which is wrong on a
+ * big-endian host.
  *
  * It has no length fields. entropy, nonce and entropy_reseed are always
  * given and used at full size. personalization and the three additional
@@ -19,7 +23,8 @@
  * additional input as empty (the reference host's stand-in does so); a
  * real all-zero 256-bit input cannot be sent in this block.
  *
- * A stock kernel does not answer this ioctl (-1, EINVAL or ENOTTY). A host
+ * A stock kernel does not answer this ioctl (-1, EINVAL or ENOTTY; ENOSYS
+ * under an emulator such as qemu-user). A host
  * can answer it itself: the library calls ioctl by name, so the host
  * defines int ioctl(int fd, unsigned long request, ...) with C linkage, in
  * the program linked with -rdynamic or in a preloaded library; it tries
@@ -62,6 +67,21 @@ struct rbg_params {
   uint8_t returned[FIPSVAL_DRBG_RETURNED_MAX]; /* written by the driver */
   int32_t returned_len; /* ReturnedBitsLen / 8, truncated toward zero */
 };
+
+/* The block's integers, byte by byte: the same bytes on every host. */
+static inline void fipsval_drbg_store_le32(void *field, uint32_t value) {
+  uint8_t *b = (uint8_t *)field;
+  b[0] = (uint8_t)value;
+  b[1] = (uint8_t)(value >> 8);
+  b[2] = (uint8_t)(value >> 16);
+  b[3] = (uint8_t)(value >> 24);
+}
+
+static inline uint32_t fipsval_drbg_load_le32(const void *field) {
+  const uint8_t *b = (const uint8_t *)field;
+  return (uint32_t)b[0] | (uint32_t)b[1] << 8 | (uint32_t)b[2] << 16 |
+         (uint32_t)b[3] << 24;
+}
 
 #ifdef __cplusplus
 }

@@ -16,7 +16,7 @@
 #include <memory>
 #include <span>
 
-#include "harness/openssl_ptr.h"
+#include "harness/owners.h"
 #include "fipsval.h"
 #include "selftest/selftest.h"
 #include "selftest/vectors.h"

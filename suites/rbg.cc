@@ -2,6 +2,11 @@
 // test's inputs go to it in one rbg_params block (include/fipsval_drbg.h)
 // through an ioctl on "/dev/urandom", and the bytes it puts back in the
 // block are the answer.
+//
+// The call must reach a host's own ioctl (include/fipsval_drbg.h): with
+// 64-bit time on a 32-bit C library, <sys/ioctl.h> would rename it to
+// __ioctl_time64, which such a host does not define.
+#undef _TIME_BITS
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -23,7 +28,7 @@ namespace fipsval {
 namespace {
 
 constexpr char kReturnedBitsTag[] = "[ReturnedBitsLen = ";
-constexpr long kReturnedBitsMax = 8 * kRbgReturnedMax;
+constexpr long long kReturnedBitsMax = 8 * kRbgReturnedMax;
 
 // Hands the block to the driver; 1 when it ran the test.
 int set_key(rbg_params* block) {
@@ -32,7 +37,7 @@ int set_key(rbg_params* block) {
     Fail("Error opening urandom");
     return 0;
   }
-  block->length = kRbgParamsFollowing;
+  fipsval_drbg_store_le32(&block->length, kRbgParamsFollowing);
   const int rc = ioctl(fd, kRbgSetParamsIoctl, block);
   close(fd);
   if (rc != 0) {
@@ -67,7 +72,8 @@ constexpr Input kInputs[] = {
 // Answers the test whose COUNT line was just copied; false ends the run.
 bool AnswerTest(const Session& s, int32_t returned_len) {
   rbg_params block = {};
-  block.returned_len = returned_len;
+  fipsval_drbg_store_le32(&block.returned_len,
+                          static_cast<uint32_t>(returned_len));
   for (const Input& input : kInputs) {
     auto* const field = reinterpret_cast<uint8_t*>(&block) + input.offset;
     const auto n = ParseHexField(s, input.tag, {field, input.size});
@@ -99,17 +105,18 @@ void test_rbg_from_stream(std::FILE* req, std::FILE* rsp) {
   char* const close_bracket = std::strchr(number, ']');
   if (!close_bracket) return;
   *close_bracket = 0;
-  const long bits = std::strtol(number, nullptr, 10);
+  // In 64 bits on every host: long has 32 bits on some.
+  const long long bits = std::strtoll(number, nullptr, 10);
   // The driver returns at most 512 bits into a 64-byte field, and the answer
   // is read back from that field: a longer output cannot be answered, so it
   // is refused here, before any test reaches the driver.
   if (bits > kReturnedBitsMax) {
-    std::printf("ReturnedBitsLen %ld is above %ld: not answered\n", bits,
+    std::printf("ReturnedBitsLen %lld is above %lld: not answered\n", bits,
                 kReturnedBitsMax);
     return;
   }
   const auto returned_len =
-      static_cast<int32_t>(std::max<long>(bits / 8, INT32_MIN));
+      static_cast<int32_t>(std::max<long long>(bits / 8, INT32_MIN));
   while (s.Next()) {
     if (!s.Copy()) return;
     if (s.Has("COUNT = ") && !AnswerTest(s, returned_len)) return;

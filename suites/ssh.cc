@@ -87,14 +87,16 @@ bool ReadSectionHeader(const Session& s, Section& section) {
   section.iv_len = iv_bits / 8;
   section.key_len = key_bits / 8;
   const int limit = 2 * section.hash_len;
-  // The IVs come out of the same two-digest derivation; both over-limit
-  // messages name the key length.
-  for (const int len : {section.key_len, section.iv_len}) {
-    if (len > limit) {
-      std::printf("The encryption key length is over limit %d(%d)\n", len,
-                  limit);
-      return false;
-    }
+  if (section.key_len > limit) {
+    std::printf("The encryption key length is over limit %d(%d)\n",
+                section.key_len, limit);
+    return false;
+  }
+  // The IVs come out of the same two-digest derivation, so they are bounded
+  // alike, under a message that names them.
+  if (section.iv_len > limit) {
+    std::printf("The IV length is over limit %d(%d)\n", section.iv_len, limit);
+    return false;
   }
   return true;
 }

@@ -1,15 +1,15 @@
 #!/bin/sh
-# usage: acvp_conformance.sh FIPSVAL ACVP_DIR
+# usage: acvp_conformance.sh FIPSVAL ACVP_DIR [KEEP_DIR]
 # Every vector set below ACVP_DIR (prompt.json, expectedResults.json) goes through `fipsval
 # acvp` and `acvp --check`: all answered tests pass, or no group is answerable and each is
-# refused with its reason.
+# refused with its reason. KEEP_DIR keeps the responses (<set>.json) and logs.
 set -u
-fipsval=$1 sets=$2
+fipsval=$1 sets=$2 keep=${3:-}
 skip() { echo "acvp conformance: skipped: $*"; exit 77; }
 [ -d "$sets" ] || skip "no ACVP vector sets at $sets"
 [ "${FIPSVAL_SANDBOX:-}" = 1 ] || skip "run it through sandbox_run (the suites use /tmp/req and /tmp/resp)"
 
-work=/tmp/acvp-conformance
+work=${keep:-/tmp/acvp-conformance}
 rm -rf "$work" && mkdir -p "$work"
 failures=0 answered=0 refused=0
 for prompt in $(find "$sets" -name prompt.json | sort); do
@@ -33,7 +33,7 @@ for prompt in $(find "$sets" -name prompt.json | sort); do
   fi
   grep -h 'NOT ANSWERED' "$out.check" | sed 's/^/    /'
 done
-rm -rf "$work"
+[ -n "$keep" ] || rm -rf "$work"
 echo "$answered vector sets answered and checked, $refused refused with reasons, $failures failed"
 [ "$answered" -gt 0 ] || { echo "acvp conformance: no vector set was answered"; exit 1; }
 [ "$failures" -eq 0 ]

@@ -1,118 +1,88 @@
 #include "host/acvp/batch_runner.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <set>
-#include <utility>
 
-#include "host/run/cavp_tree.h"
-#include "host/base/safe_io.h"
+#include "host/base/file_io.h"
+#include "host/base/paths.h"
 #include "host/catalog/suite_catalog.h"
+#include "host/run/tree_engine.h"
 
 namespace fipsval::host::acvp {
 namespace {
 
-namespace fs = std::filesystem;
-
-std::string Errno(const std::string& what) {
-  return what + ": " + std::strerror(errno);
+// A fresh directory of this process's own below $TMPDIR (or /tmp).
+Status MakePrivateTree(std::string* path) {
+  const char* base = std::getenv("TMPDIR");
+  const std::string dir = base && *base ? base : "/tmp";
+  std::string pattern = JoinPath(dir, "fipsval-acvp-XXXXXX");
+  if (!mkdtemp(pattern.data())) {
+    return Failed("cannot create a private directory in " + dir + ": " +
+                  std::strerror(errno));
+  }
+  *path = pattern;
+  return Ok();
 }
 
-// A new file that nothing else can have placed or redirected.
-bool WriteNew(const std::string& path, const std::string& text, std::string* error) {
-  UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!fd) {
-    *error = Errno("cannot create " + path);
-    return false;
+// <tree>/<DIR>/req/<name>.req, folders made as needed.
+Status WriteRequest(const std::string& tree, const RequestFile& file) {
+  const std::string dir = JoinPath(tree, file.profile->dir);
+  const std::string req = JoinPath(dir, "req");
+  const std::string name = std::string(file.profile->name) + ".req";
+  UniqueFd root, dir_fd, req_fd;
+  Status s = OpenGivenDirectory(tree, 0, &root).Prefixed("cannot open " + tree + ": ");
+  if (s.ok()) {
+    s = OpenDirBelow(root.get(), file.profile->dir, 0700, &dir_fd)
+            .Prefixed("cannot create " + dir + ": ");
   }
-  std::size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t n = write(fd.get(), text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      *error = Errno("cannot write " + path);
-      return false;
+  if (s.ok()) {
+    s = OpenDirBelow(dir_fd.get(), "req", 0700, &req_fd)
+            .Prefixed("cannot create " + req + ": ");
+  }
+  if (s.ok()) {
+    s = ReplaceFileBelow(req_fd.get(), name, file.text, 0600)
+            .Prefixed("cannot create " + JoinPath(req, name) + ": ");
+  }
+  return s;
+}
+
+// The tree with every file of the run written, and the suites to run.
+Status Prepare(const std::vector<RequestFile>& files,
+               const std::vector<std::size_t>& run, RunOptions* options) {
+  for (const std::size_t i : run) {
+    const RequestFile& file = files[i];
+    const fips_tv* suite = FindSuite(file.profile->suite);
+    if (!suite) {
+      return Failed("no suite " + std::string(file.profile->suite) +
+                    " in the library");
     }
-    done += static_cast<std::size_t>(n);
+    if (std::find(options->suites.begin(), options->suites.end(), suite) ==
+        options->suites.end()) {
+      options->suites.push_back(suite);
+    }
+    if (Status s = WriteRequest(options->tree, file); !s.ok()) return s;
   }
-  if (close(fd.Release()) != 0) {
-    *error = Errno("cannot write " + path);
-    return false;
-  }
-  return true;
+  return Ok();
 }
 
-// Reads a regular file of the run's own directory (not through a link);
-// false when there is none.
-bool ReadRegular(const std::string& path, std::string* text) {
-  constexpr std::size_t kMaxBytes = std::size_t{1} << 30;
-  std::string why;
-  return ReadFileBelow(AT_FDCWD, path, kMaxBytes, text, &why);
+FileResult Collect(const std::string& tree, const RunResult& run,
+                   const RequestFile& file) {
+  FileResult result;
+  const std::string dir(file.profile->dir), name(file.profile->name);
+  result.present = ReadTreeFile(tree, dir + "/resp/" + name + ".rsp",
+                                kMaxFileBytes, &result.text)
+                       .ok();
+  if (!run.refusal.ok()) {
+    result.note = run.refusal.message();
+  } else if (const FileRun* ran = run.Find(dir, name)) {
+    result.note = ran->message;
+  }
+  return result;
 }
-
-bool MakeDir(const std::string& path, std::string* error) {
-  if (mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) {
-    struct stat st {};
-    if (lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return true;
-  }
-  *error = Errno("cannot create " + path);
-  return false;
-}
-
-// The library's last message, for reasons: not its "Couldn't open" lines
-// for the request files of a suite that this vector set does not use, nor
-// its titles and progress lines.
-std::string LastMessage(const std::string& output) {
-  std::string last;
-  std::size_t start = 0;
-  while (start < output.size()) {
-    std::size_t end = output.find('\n', start);
-    if (end == std::string::npos) end = output.size();
-    std::string line = output.substr(start, end - start);
-    start = end + 1;
-    while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.pop_back();
-    const bool noise =
-        line.empty() || line.starts_with("Running ") || line.starts_with("TDES ") ||
-        line == "ENCRYPT" || line == "DECRYPT" || line.starts_with("COUNT = ") ||
-        line.find(" of 400") != std::string::npos ||
-        (line.starts_with("Couldn't open ") && line.ends_with(".req"));
-    if (!noise) last = line;
-  }
-  return last;
-}
-
-// The library prints to standard output; while the suites run, that goes
-// into `path` so that the response JSON on standard output stays clean.
-class CapturedStdout {
- public:
-  explicit CapturedStdout(const std::string& path) {
-    std::fflush(stdout);
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (fd < 0) return;
-    saved_ = dup(STDOUT_FILENO);
-    if (saved_ >= 0) dup2(fd, STDOUT_FILENO);
-    close(fd);
-  }
-  ~CapturedStdout() {
-    std::fflush(stdout);
-    if (saved_ < 0) return;
-    dup2(saved_, STDOUT_FILENO);
-    close(saved_);
-  }
-  CapturedStdout(const CapturedStdout&) = delete;
-  CapturedStdout& operator=(const CapturedStdout&) = delete;
-
- private:
-  int saved_ = -1;
-};
 
 }  // namespace
 
@@ -121,7 +91,8 @@ std::vector<std::vector<std::size_t>> PlanRuns(const std::vector<RequestFile>& f
   std::vector<std::set<std::string>> names;
   for (std::size_t i = 0; i < files.size(); ++i) {
     if (files[i].slots.empty()) continue;
-    const std::string key = files[i].dir + "/" + files[i].name;
+    const std::string key =
+        std::string(files[i].profile->dir) + "/" + std::string(files[i].profile->name);
     std::size_t r = 0;
     while (r < runs.size() && names[r].count(key)) ++r;
     if (r == runs.size()) {
@@ -134,57 +105,22 @@ std::vector<std::vector<std::size_t>> PlanRuns(const std::vector<RequestFile>& f
   return runs;
 }
 
-bool RunFiles(const std::vector<RequestFile>& files, const std::vector<std::size_t>& run,
-              std::vector<FileResult>* results, std::string* library_output,
-              std::string* error) {
-  const char* base = std::getenv("TMPDIR");
-  std::string pattern = std::string(base && *base ? base : "/tmp") + "/fipsval-acvp-XXXXXX";
-  if (!mkdtemp(pattern.data())) {
-    *error = Errno("cannot create a private directory in " + fs::path(pattern).parent_path().string());
-    return false;
-  }
-  const std::string tree = pattern;
-  host::RunOptions options;
-  options.tree = tree;
-  bool ok = true;
-  for (const std::size_t i : run) {
-    const RequestFile& file = files[i];
-    const fips_tv* suite = host::FindSuite(file.suite);
-    if (!suite) {
-      *error = "no suite " + file.suite + " in the library";
-      ok = false;
-      break;
-    }
-    if (std::find(options.suites.begin(), options.suites.end(), suite) == options.suites.end()) {
-      options.suites.push_back(suite);
-    }
-    const std::string dir = tree + "/" + file.dir;
-    if (!MakeDir(dir, error) || !MakeDir(dir + "/req", error) ||
-        !WriteNew(dir + "/req/" + file.name + ".req", file.text, error)) {
-      ok = false;
-      break;
-    }
-  }
-  int status = 0;
-  const std::string log = tree + "/library-output.txt";
-  if (ok) {
-    CapturedStdout capture(log);
-    status = host::RunTree(options);
-  }
-  ReadRegular(log, library_output);
-  const std::string note = LastMessage(*library_output);
-  if (ok) {
+Status RunFiles(const std::vector<RequestFile>& files,
+                const std::vector<std::size_t>& run,
+                std::vector<FileResult>* results, RunObserver* observer) {
+  RunOptions options;
+  options.observer = observer;
+  if (Status s = MakePrivateTree(&options.tree); !s.ok()) return s;
+  Status prepared = Prepare(files, run, &options);
+  if (prepared.ok()) {
+    const RunResult result = RunTree(options);
     for (const std::size_t i : run) {
-      const RequestFile& file = files[i];
-      FileResult& result = (*results)[i];
-      result.present = ReadRegular(tree + "/" + file.dir + "/resp/" + file.name + ".rsp",
-                                   &result.text);
-      result.note = status != 0 ? "the run could not be completed" : note;
+      (*results)[i] = Collect(options.tree, result, files[i]);
     }
   }
   std::error_code ec;
-  fs::remove_all(tree, ec);
-  return ok;
+  std::filesystem::remove_all(options.tree, ec);
+  return prepared;
 }
 
 }  // namespace fipsval::host::acvp

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/acvp/json_fields.h"
+#include "host/base/status.h"
 
 namespace fipsval::host::acvp {
 
@@ -12,7 +13,7 @@ struct CheckTally {
   int passed = 0;  // tests
   int failed = 0;
   int unanswered_groups = 0;  // groups the response lists as not answered
-  std::string error;          // a document is not a vector set
+  Status status;              // a document is not a vector set
 };
 
 // Prints one line per expected group to `out`. RSA signature-generation

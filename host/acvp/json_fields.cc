@@ -1,84 +1,60 @@
 #include "host/acvp/json_fields.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cctype>
-#include <cerrno>
-#include <cstring>
 
-#include "host/base/safe_io.h"
+#include "host/base/file_io.h"
+#include "host/base/text.h"
 
 namespace fipsval::host::acvp {
 
-bool ParseJsonText(std::string_view text, std::string_view origin, Json* out,
-                   std::string* error) {
-  std::string problem;
+Status ParseJsonText(std::string_view text, std::string_view origin,
+                     Json* out) {
   Json parsed = Json::parse(text.begin(), text.end(), nullptr, false);
-  if (parsed.is_discarded()) {
-    // Parse again with exceptions only to learn where it went wrong.
-    try {
-      const Json unused = Json::parse(text.begin(), text.end());
-      static_cast<void>(unused);
-    } catch (const Json::parse_error& e) {
-      problem = e.what();
-      const std::string prefix = "[json.exception.parse_error.101] ";
-      if (problem.starts_with(prefix)) problem.erase(0, prefix.size());
-    }
-    *error = std::string(origin) + ": malformed JSON: " +
-             (problem.empty() ? std::string("cannot be parsed") : problem);
-    return false;
+  if (!parsed.is_discarded()) {
+    *out = std::move(parsed);
+    return Ok();
   }
-  *out = std::move(parsed);
-  return true;
+  // Parse again with exceptions only to learn where it went wrong.
+  std::string problem = "cannot be parsed";
+  try {
+    const Json unused = Json::parse(text.begin(), text.end());
+    static_cast<void>(unused);
+  } catch (const Json::parse_error& e) {
+    problem = e.what();
+    const std::string prefix = "[json.exception.parse_error.101] ";
+    if (problem.starts_with(prefix)) problem.erase(0, prefix.size());
+  }
+  return Refused(std::string(origin) + ": malformed JSON: " + problem);
 }
 
-bool LoadJsonFile(const std::string& path, Json* out, std::string* error) {
-  // Non-blocking, so that a FIFO in place of the file cannot hold the
-  // program; only a regular file is read.
-  const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!fd) {
-    *error = path + ": cannot be read: " + std::strerror(errno);
-    return false;
-  }
-  struct stat st {};
-  if (fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) {
-    *error = path + ": not a regular file";
-    return false;
-  }
+Status LoadJsonFile(const std::string& path, Json* out) {
   std::string text;
-  char buffer[65536];
-  for (;;) {
-    const ssize_t n = read(fd.get(), buffer, sizeof buffer);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      *error = path + ": read error: " + std::strerror(errno);
-      return false;
-    }
-    if (n == 0) break;
-    text.append(buffer, static_cast<std::size_t>(n));
+  if (Status read = ReadGivenFile(path, kMaxFileBytes, &text); !read.ok()) {
+    // Open and read errors say so; a FIFO, device or huge file is refused.
+    return read.Prefixed(path + (read.kind() == StatusKind::kRefused
+                                     ? ": "
+                                     : ": cannot be read: "));
   }
-  return ParseJsonText(text, path, out, error);
+  return ParseJsonText(text, path, out);
 }
 
-Fields::Fields(const Json& object, std::string where, std::string* error)
-    : object_(object), where_(std::move(where)), error_(error) {}
+Fields::Fields(const Json& object, std::string where, Status* status)
+    : object_(object), where_(std::move(where)), status_(status) {}
 
 bool Fields::Has(std::string_view name) const {
   return object_.is_object() && object_.contains(name);
 }
 
 void Fields::Fail(std::string_view name, std::string_view problem) const {
-  if (!error_->empty()) return;
-  *error_ = where_ + ": field \"" + std::string(name) + "\" " +
-            std::string(problem);
+  if (failed()) return;
+  *status_ = Refused(where_ + ": field \"" + std::string(name) + "\" " +
+                     std::string(problem));
 }
 
 const Json* Fields::Get(std::string_view name, std::string_view kind) const {
   if (failed()) return nullptr;
   if (!object_.is_object()) {
-    *error_ = where_ + ": not a JSON object";
+    *status_ = Refused(where_ + ": not a JSON object");
     return nullptr;
   }
   const auto it = object_.find(name);
@@ -131,11 +107,7 @@ const Json* Fields::Array(std::string_view name) const {
 }
 
 bool IsHex(std::string_view text) {
-  if (text.size() % 2 != 0) return false;
-  for (const char c : text) {
-    if (!std::isxdigit(static_cast<unsigned char>(c))) return false;
-  }
-  return true;
+  return text.size() % 2 == 0 && IsHexDigits(text);
 }
 
 std::string ToUpper(std::string_view text) {

@@ -8,25 +8,26 @@
 #include <string>
 #include <string_view>
 
+#include "host/base/status.h"
+
 namespace fipsval::host::acvp {
 
 using Json = nlohmann::ordered_json;
 
-// Reads and parses a JSON file. On failure returns false and sets *error to
-// one line naming the file and the cause (unreadable, or where the JSON is
-// malformed).
-bool LoadJsonFile(const std::string& path, Json* out, std::string* error);
+// Reads and parses a JSON file (a regular file, links followed). On failure
+// the message is one line naming the file and the cause (unreadable, or
+// where the JSON is malformed).
+Status LoadJsonFile(const std::string& path, Json* out);
 
 // Parses JSON text; `origin` names it in the message.
-bool ParseJsonText(std::string_view text, std::string_view origin, Json* out,
-                   std::string* error);
+Status ParseJsonText(std::string_view text, std::string_view origin, Json* out);
 
 // The fields of one JSON object, with the object's place in the document
 // ("testGroups[2] (tgId 7)") for messages. The first problem is kept in the
-// shared error string; later calls after a problem return nothing.
+// shared status (refused); later calls after a problem return nothing.
 class Fields {
  public:
-  Fields(const Json& object, std::string where, std::string* error);
+  Fields(const Json& object, std::string where, Status* status);
 
   bool Has(std::string_view name) const;
   std::optional<std::string> String(std::string_view name) const;
@@ -39,7 +40,7 @@ class Fields {
   const Json* Array(std::string_view name) const;
 
   const std::string& where() const { return where_; }
-  bool failed() const { return !error_->empty(); }
+  bool failed() const { return !status_->ok(); }
   // Records a problem with a field of this object.
   void Fail(std::string_view name, std::string_view problem) const;
 
@@ -48,9 +49,10 @@ class Fields {
 
   const Json& object_;
   std::string where_;
-  std::string* error_;
+  Status* status_;
 };
 
+// An even number of hex digits.
 bool IsHex(std::string_view text);
 std::string ToUpper(std::string_view text);
 std::string ToLower(std::string_view text);

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 
 namespace fipsval::host::acvp {
 
@@ -14,14 +14,15 @@ namespace fipsval::host::acvp {
 struct FileResult {
   bool present = false;  // a response file was collected
   std::string text;      // its content
-  std::string note;      // the library's last message, for the reasons
+  std::string note;      // the runner's own message for the file, or why
+                         // the run did not answer it
 };
 
 // The answer records of a response file, in order, each a JSON object of
-// the answer fields (hex in upper case).
+// the answer fields of its runner's profile (hex in upper case).
 std::vector<Json> ReadRecords(const RequestFile& file, std::string_view response);
 
-struct Outcome {
+struct AssembledResponse {
   Json response;                       // vsId, algorithm, … testGroups
   std::vector<Unanswered> unanswered;  // every group not in testGroups
   int answered_groups = 0;
@@ -31,7 +32,8 @@ struct Outcome {
 // `results[i]` belongs to `conversion.files[i]`. A group is answered only
 // when every one of its tests got its whole answer; otherwise it is listed
 // with the reason.
-Outcome AssembleResponse(const Json& prompt, const Conversion& conversion,
-                         const std::vector<FileResult>& results);
+AssembledResponse AssembleResponse(const Json& prompt,
+                                   const Conversion& conversion,
+                                   const std::vector<FileResult>& results);
 
 }  // namespace fipsval::host::acvp

@@ -4,23 +4,23 @@
 
 namespace fipsval::host::acvp {
 
-SessionResult AnswerVectorSet(const Json& prompt) {
+SessionResult AnswerVectorSet(const Json& prompt, RunObserver* observer) {
   SessionResult result;
   const Conversion conversion = ConvertVectorSet(prompt);
-  if (!conversion.error.empty()) {
-    result.error = conversion.error;
-    result.document_error = true;
+  if (!conversion.status.ok()) {
+    result.status = conversion.status.kind() == StatusKind::kRefused
+                        ? conversion.status
+                        : Failed(conversion.status.message());
     return result;
   }
   std::vector<FileResult> results(conversion.files.size());
   for (const auto& run : PlanRuns(conversion.files)) {
-    std::string output;
-    if (!RunFiles(conversion.files, run, &results, &output, &result.error)) {
+    if (Status s = RunFiles(conversion.files, run, &results, observer); !s.ok()) {
+      result.status = Failed(s.message());
       return result;
     }
-    result.library_output += output;
   }
-  result.outcome = AssembleResponse(prompt, conversion, results);
+  result.answers = AssembleResponse(prompt, conversion, results);
   return result;
 }
 

@@ -1,21 +1,22 @@
 // Answering one ACVP vector set with the library's suites.
 #pragma once
 
-#include <string>
-
 #include "host/acvp/response_writer.h"
+#include "host/base/status.h"
+#include "host/run/run_result.h"
 
 namespace fipsval::host::acvp {
 
 struct SessionResult {
-  Outcome outcome;
-  std::string error;           // the document could not be read or run
-  bool document_error = false; // the error is the prompt's (bad field …)
-  std::string library_output;  // the library's console output
+  AssembledResponse answers;
+  // Refused: the document is bad (a missing or bad field, an algorithm
+  // fipsval does not answer); failed: the run could not be made.
+  Status status;
 };
 
 // Converts the prompt, runs the suites over the request files, and reads
-// the answers back.
-SessionResult AnswerVectorSet(const Json& prompt);
+// the answers back. The observer hears the runs (none: they are silent).
+SessionResult AnswerVectorSet(const Json& prompt,
+                              RunObserver* observer = nullptr);
 
 }  // namespace fipsval::host::acvp

@@ -1,4 +1,5 @@
-// The host's own owners for stdio files and the OpenSSL objects it uses.
+// The host's owners: file descriptors, stdio files and the OpenSSL objects
+// it uses. Every owner in the host comes from here.
 #pragma once
 
 #include <openssl/bn.h>
@@ -8,6 +9,29 @@
 #include <memory>
 
 namespace fipsval::host {
+
+// An owned file descriptor; -1 when empty.
+class UniqueFd {
+ public:
+  UniqueFd() = default;
+  explicit UniqueFd(int fd) : fd_(fd) {}
+  UniqueFd(UniqueFd&& other) noexcept : fd_(other.Release()) {}
+  UniqueFd& operator=(UniqueFd&& other) noexcept;
+  UniqueFd(const UniqueFd&) = delete;
+  UniqueFd& operator=(const UniqueFd&) = delete;
+  ~UniqueFd();
+
+  int get() const { return fd_; }
+  explicit operator bool() const { return fd_ >= 0; }
+  int Release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+
+ private:
+  int fd_ = -1;
+};
 
 struct FileCloser {
   void operator()(std::FILE* f) const noexcept { std::fclose(f); }

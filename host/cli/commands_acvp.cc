@@ -1,8 +1,5 @@
 // The acvp command: answers ACVP vector sets with the library's suites, and
 // checks a response against the expected results.
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -14,8 +11,10 @@
 #include "host/acvp/check.h"
 #include "host/acvp/json_fields.h"
 #include "host/acvp/session.h"
+#include "host/base/file_io.h"
 #include "host/cli/cli.h"
 #include "host/platform/host_settings.h"
+#include "host/report/run_console.h"
 
 namespace fipsval::host {
 namespace {
@@ -31,28 +30,24 @@ bool WriteOutput(const fs::path& path, const std::string& text) {
     std::fprintf(stderr, "fipsval: %s is a directory\n", path.c_str());
     return false;
   }
-  std::string temp = path.string() + ".XXXXXX";
-  const int fd = mkstemp(temp.data());
-  if (fd < 0) {
-    std::fprintf(stderr, "fipsval: cannot write %s: %s\n", path.c_str(), std::strerror(errno));
+  const Status written = ReplaceGivenFile(path, text, 0644);
+  if (!written.ok()) {
+    std::fprintf(stderr, "fipsval: cannot write %s: %s\n", path.c_str(),
+                 written.message().c_str());
+  }
+  return written.ok();
+}
+
+// The response on standard output, or in `output` when it is not empty.
+bool PutResponse(const fs::path& output, const std::string& text) {
+  if (!output.empty()) return WriteOutput(output, text);
+  const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  if (std::fflush(stdout) != 0 || !written) {
+    std::fprintf(stderr, "fipsval: cannot write the response to standard output: %s\n",
+                 std::strerror(errno));
     return false;
   }
-  bool ok = true;
-  std::size_t done = 0;
-  while (ok && done < text.size()) {
-    const ssize_t n = write(fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    ok = n > 0;
-    if (ok) done += static_cast<std::size_t>(n);
-  }
-  ok = ok && fchmod(fd, 0644) == 0 && fsync(fd) == 0;
-  ok = close(fd) == 0 && ok;
-  if (ok && rename(temp.c_str(), path.c_str()) != 0) ok = false;
-  if (!ok) {
-    std::fprintf(stderr, "fipsval: cannot write %s: %s\n", path.c_str(), std::strerror(errno));
-    unlink(temp.c_str());
-  }
-  return ok;
+  return true;
 }
 
 // Answers one prompt; the response goes to `output`, or to standard output
@@ -60,47 +55,37 @@ bool WriteOutput(const fs::path& path, const std::string& text) {
 int AnswerOne(const fs::path& prompt_path, const fs::path& output) {
   const int verbosity = Settings().verbosity;
   Json prompt;
-  std::string error;
-  if (!acvp::LoadJsonFile(prompt_path, &prompt, &error)) {
-    std::fprintf(stderr, "fipsval: %s\n", error.c_str());
+  if (Status loaded = acvp::LoadJsonFile(prompt_path, &prompt); !loaded.ok()) {
+    std::fprintf(stderr, "fipsval: %s\n", loaded.message().c_str());
     return kUsage;
   }
-  const acvp::SessionResult result = acvp::AnswerVectorSet(prompt);
-  if (verbosity >= 2 && !result.library_output.empty()) {
-    std::fprintf(stderr, "%s", result.library_output.c_str());
+  // -v: the library's lines on standard error, which the response leaves alone.
+  RunConsole console(stderr, 1, false);
+  const acvp::SessionResult result =
+      acvp::AnswerVectorSet(prompt, verbosity >= 2 ? &console : nullptr);
+  if (!result.status.ok()) {
+    std::fprintf(stderr, "fipsval: %s: %s\n", prompt_path.c_str(),
+                 result.status.message().c_str());
+    return result.status.kind() == StatusKind::kRefused ? kUsage : kFailed;
   }
-  if (!result.error.empty()) {
-    std::fprintf(stderr, "fipsval: %s: %s\n", prompt_path.c_str(), result.error.c_str());
-    return result.document_error ? kUsage : kFailed;
-  }
-  const acvp::Outcome& outcome = result.outcome;
-  for (const acvp::Unanswered& u : outcome.unanswered) {
+  const acvp::AssembledResponse& answers = result.answers;
+  for (const acvp::Unanswered& u : answers.unanswered) {
     std::fprintf(stderr, "fipsval: %s: tgId %lld not answered: %s\n", prompt_path.c_str(),
                  u.tg_id, u.reason.c_str());
   }
-  const std::string text = outcome.response.dump(2) + "\n";
-  if (output.empty()) {
-    const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-    if (std::fflush(stdout) != 0 || !written) {
-      std::fprintf(stderr, "fipsval: cannot write the response to standard output: %s\n",
-                   std::strerror(errno));
-      return kFailed;
-    }
-  } else if (!WriteOutput(output, text)) {
-    return kFailed;
-  }
-  const std::size_t groups = outcome.answered_groups + outcome.unanswered.size();
+  if (!PutResponse(output, answers.response.dump(2) + "\n")) return kFailed;
+  const std::size_t groups = answers.answered_groups + answers.unanswered.size();
   if (verbosity >= 1) {
     std::fprintf(stderr, "fipsval: %s: %d of %zu groups answered%s%s\n", prompt_path.c_str(),
-                 outcome.answered_groups, groups, output.empty() ? "" : ", response in ",
+                 answers.answered_groups, groups, output.empty() ? "" : ", response in ",
                  output.c_str());
   }
-  if (outcome.answered_groups == 0) {
+  if (answers.answered_groups == 0) {
     std::fprintf(stderr, "fipsval: %s: no group of the vector set could be answered\n",
                  prompt_path.c_str());
     return kFailed;
   }
-  return outcome.failed_groups == 0 ? kOk : kFailed;
+  return answers.failed_groups == 0 ? kOk : kFailed;
 }
 
 // Every prompt.json below `dir`, in a stable order; links are not followed.
@@ -143,6 +128,24 @@ int AnswerDirectory(const fs::path& dir, const fs::path& output) {
   return status;
 }
 
+// The documents of `acvp --check`: kOk, or the usage status (said).
+int LoadCheckDocuments(const std::vector<std::string>& files,
+                       std::string prompt_path, Json* expected, Json* response,
+                       Json* prompt, bool* have_prompt) {
+  Status loaded = acvp::LoadJsonFile(files[0], expected);
+  if (loaded.ok()) loaded = acvp::LoadJsonFile(files[1], response);
+  if (loaded.ok() && prompt_path.empty()) {
+    const fs::path beside = fs::path(files[0]).parent_path() / "prompt.json";
+    std::error_code ec;
+    if (fs::is_regular_file(beside, ec)) prompt_path = beside;
+  }
+  *have_prompt = !prompt_path.empty();
+  if (loaded.ok() && *have_prompt) loaded = acvp::LoadJsonFile(prompt_path, prompt);
+  if (loaded.ok()) return kOk;
+  std::fprintf(stderr, "fipsval: %s\n", loaded.message().c_str());
+  return kUsage;
+}
+
 int Check(const Args& args) {
   std::vector<std::string> files;
   std::string prompt_path;
@@ -160,26 +163,16 @@ int Check(const Args& args) {
     return Usage("acvp --check: give EXPECTED.json and RESPONSE.json");
   }
   Json expected, response, prompt;
-  std::string error;
-  if (!acvp::LoadJsonFile(files[0], &expected, &error) ||
-      !acvp::LoadJsonFile(files[1], &response, &error)) {
-    std::fprintf(stderr, "fipsval: %s\n", error.c_str());
-    return kUsage;
-  }
-  if (prompt_path.empty()) {
-    const fs::path beside = fs::path(files[0]).parent_path() / "prompt.json";
-    std::error_code ec;
-    if (fs::is_regular_file(beside, ec)) prompt_path = beside;
-  }
-  const bool have_prompt = !prompt_path.empty();
-  if (have_prompt && !acvp::LoadJsonFile(prompt_path, &prompt, &error)) {
-    std::fprintf(stderr, "fipsval: %s\n", error.c_str());
-    return kUsage;
+  bool have_prompt = false;
+  if (const int usage = LoadCheckDocuments(files, prompt_path, &expected, &response,
+                                           &prompt, &have_prompt);
+      usage != kOk) {
+    return usage;
   }
   const acvp::CheckTally tally =
       acvp::CheckResponse(expected, response, have_prompt ? &prompt : nullptr, stdout);
-  if (!tally.error.empty()) {
-    std::fprintf(stderr, "fipsval: %s\n", tally.error.c_str());
+  if (!tally.status.ok()) {
+    std::fprintf(stderr, "fipsval: %s\n", tally.status.message().c_str());
     return kUsage;
   }
   if (tally.passed == 0 && tally.failed == 0) {

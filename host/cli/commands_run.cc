@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -12,11 +11,13 @@
 #include <vector>
 
 #include "fipsval.h"
+#include "host/catalog/suite_catalog.h"
 #include "host/cli/cli.h"
-#include "host/run/cavp_tree.h"
 #include "host/platform/host_settings.h"
 #include "host/report/result_report.h"
-#include "host/catalog/suite_catalog.h"
+#include "host/report/run_console.h"
+#include "host/run/entropy_export.h"
+#include "host/run/tree_engine.h"
 #include "host/verify/verify.h"
 
 namespace fipsval::host {
@@ -41,7 +42,14 @@ int RunEntropy(const Args& args) {
     return Usage(
         "entropy: give the number of samples, e.g. fipsval entropy 1000");
   }
-  return Finish(ExportEntropy(count, output) == 0 ? kOk : kFailed);
+  const Status exported = ExportEntropy(count, output);
+  if (!exported.ok()) {
+    std::fprintf(stderr, "fipsval: %s\n", exported.message().c_str());
+    return Finish(kFailed);
+  }
+  std::fprintf(stderr, "fipsval: %d samples of 640 bytes in %s/entropy_samples\n",
+               count, EntropyTarget(output).c_str());
+  return Finish(kOk);
 }
 
 SuiteSelection SelectSuites(const Args& args, const char* command) {
@@ -84,13 +92,11 @@ namespace {
 std::string SamplesWorkTree() { return Settings().data_dir + "/sample-run"; }
 
 // Copies the bundled sample requests into a fresh working tree.
-bool PrepareSampleTree(std::string* tree) {
+Status PrepareSampleTree(std::string* tree) {
   const fs::path samples = Settings().samples_dir;
   std::error_code ec;
   if (!fs::is_directory(samples, ec)) {
-    std::fprintf(stderr, "fipsval: the bundled samples are missing (%s)\n",
-                 samples.c_str());
-    return false;
+    return Missing("the bundled samples are missing (" + samples.string() + ")");
   }
   *tree = SamplesWorkTree();
   // One sample run at a time: a second one would remove the first's tree.
@@ -98,104 +104,116 @@ bool PrepareSampleTree(std::string* tree) {
   lock = open((*tree + ".lock").c_str(),
               O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
   if (lock < 0 || flock(lock, LOCK_EX | LOCK_NB) != 0) {
-    std::fprintf(stderr, "fipsval: cannot lock %s.lock: %s\n", tree->c_str(),
-                 errno == EWOULDBLOCK ? "another sample run is in progress"
-                                      : std::strerror(errno));
-    return false;
+    const int error = errno;
+    return Status(error == EWOULDBLOCK ? StatusKind::kBusy : StatusKind::kFailed,
+                  "cannot lock " + *tree + ".lock: " +
+                      (error == EWOULDBLOCK ? "another sample run is in progress"
+                                            : std::strerror(error)));
   }
   fs::remove_all(*tree, ec);
   fs::create_directories(*tree, ec);
   if (!ec) fs::copy(samples, *tree, fs::copy_options::recursive, ec);
-  if (ec) {
-    std::fprintf(stderr, "fipsval: cannot prepare %s: %s\n", tree->c_str(),
-                 ec.message().c_str());
-    return false;
+  if (ec) return Failed("cannot prepare " + *tree + ": " + ec.message());
+  return Ok();
+}
+
+// What `run` was asked to do.
+struct RunRequest {
+  RunOptions run;
+  VerifyOptions check;
+  bool verify = false;
+  std::vector<std::string> trees;
+  ReportPaths reports;
+};
+
+// Parses the options after the suite selection; kOk, or the usage status.
+int ParseRun(const Args& rest, RunRequest* request) {
+  for (std::size_t i = 0; i < rest.size(); ++i) {
+    const std::string& arg = rest[i];
+    const bool has_value = i + 1 < rest.size();
+    if (arg == "--output") {
+      if (!has_value) return Usage("run: --output needs a directory");
+      request->run.output = rest[++i];
+    } else if (arg == "--json" || arg == "--junit") {
+      if (!has_value) return Usage("run: " + arg + " needs a file");
+      (arg == "--json" ? request->reports.json : request->reports.junit) = rest[++i];
+    } else if (arg == "--verify") {
+      request->verify = true;
+    } else if (arg == "--strict" || arg == "--partial") {
+      (arg == "--strict" ? request->check.strict : request->check.partial) = true;
+    } else if (arg.starts_with("-")) {
+      return Usage("run: unknown option ", arg);
+    } else if (!request->trees.empty()) {
+      return Usage("run: more than one CAVP_DIR: ", arg);
+    } else {
+      request->trees.push_back(arg);
+    }
   }
-  return true;
+  if ((request->check.strict || request->check.partial) && !request->verify) {
+    return Usage("run: --strict and --partial go with --verify");
+  }
+  return kOk;
+}
+
+// Runs the tree, and verifies it when asked; the exit status.
+int RunAndVerify(RunRequest& request, ResultReport& report) {
+  const int verbosity = Settings().verbosity;
+  RunConsole console(stdout, verbosity,
+                     verbosity >= 2 || (verbosity == 1 && isatty(STDERR_FILENO)));
+  request.run.observer = &console;
+  const RunResult run = RunTree(request.run);
+  PrintRunSummary(run, verbosity);
+  report.run = &run;
+  report.run_seconds = SecondsSince(report.start);
+  if (!request.verify) {
+    return FinishReport(&report, request.reports,
+                        Finish(run.Succeeded() ? kOk : kFailed));
+  }
+  request.check.tree = request.run.tree;
+  request.check.suites = request.run.suites;
+  request.check.responses = request.run.output;
+  const SteadyTime verify_start = Now();
+  const VerifyTally tally = VerifyTree(request.check, stdout);
+  report.verify = &tally;
+  report.verify_seconds = SecondsSince(verify_start);
+  return FinishReport(
+      &report, request.reports,
+      Finish(run.Succeeded() && tally.failed == 0 ? kOk : kFailed));
 }
 
 }  // namespace
 
 int RunRun(const Args& args) {
-  SuiteSelection s = SelectSuites(args, "run");
+  const SuiteSelection s = SelectSuites(args, "run");
   if (s.error) return s.error;
-  RunOptions options;
-  options.suites = s.suites;
-  bool verify = false, strict = false, partial = false;
-  std::vector<std::string> trees;
-  ReportPaths reports;
-  for (std::size_t i = 0; i < s.rest.size(); ++i) {
-    const std::string& arg = s.rest[i];
-    if (arg == "--output") {
-      if (i + 1 == s.rest.size()) {
-        return Usage("run: --output needs a directory");
-      }
-      options.output = s.rest[++i];
-    } else if (arg == "--json" || arg == "--junit") {
-      if (i + 1 == s.rest.size()) return Usage("run: " + arg + " needs a file");
-      (arg == "--json" ? reports.json : reports.junit) = s.rest[++i];
-    } else if (arg == "--verify") {
-      verify = true;
-    } else if (arg == "--strict" || arg == "--partial") {
-      (arg == "--strict" ? strict : partial) = true;
-    } else if (arg == "-q" || arg == "--quiet") {
-      Settings().verbosity = 0;
-    } else if (arg == "-v" || arg == "--verbose") {
-      Settings().verbosity = 2;
-    } else if (arg.starts_with("-")) {
-      return Usage("run: unknown option ", arg);
-    } else if (!trees.empty()) {
-      return Usage("run: more than one CAVP_DIR: ", arg);
-    } else {
-      trees.push_back(arg);
-    }
-  }
-  if ((strict || partial) && !verify) {
-    return Usage("run: --strict and --partial go with --verify");
-  }
-  std::string why;
-  if (!CheckReportPaths(reports, &why)) {
-    std::fprintf(stderr, "fipsval: %s\n", why.c_str());
+  RunRequest request;
+  request.run.suites = s.suites;
+  if (const int usage = ParseRun(s.rest, &request); usage != kOk) return usage;
+  if (Status paths = CheckReportPaths(request.reports); !paths.ok()) {
+    std::fprintf(stderr, "fipsval: %s\n", paths.message().c_str());
     return kFailed;
   }
-  options.verbosity = Settings().verbosity;
-  options.progress = options.verbosity >= 2 ||
-                     (options.verbosity == 1 && isatty(STDERR_FILENO));
-  const bool samples = trees.empty();
   ResultReport report;
   report.version = ProgramVersion();
+  const bool samples = request.trees.empty();
+  request.verify = request.verify || samples;
+  report.command = request.verify ? "run --verify" : "run";
   if (samples) {
-    verify = true;
-    if (!PrepareSampleTree(&options.tree)) {
-      report.command = "run --verify";
+    if (Status prepared = PrepareSampleTree(&request.run.tree); !prepared.ok()) {
+      std::fprintf(stderr, "fipsval: %s\n", prepared.message().c_str());
       report.tree = Settings().samples_dir;
       report.responses = SamplesWorkTree();
-      report.error = "the sample run could not be prepared in " +
-                     report.responses;
-      return FinishReport(&report, reports, kFailed);
+      report.status = Failed("the sample run could not be prepared in " +
+                             report.responses);
+      return FinishReport(&report, request.reports, kFailed);
     }
   } else {
-    options.tree = trees[0];
+    request.run.tree = request.trees[0];
   }
-  report.command = verify ? "run --verify" : "run";
-  report.tree = options.tree;
-  report.responses = options.output.empty() ? options.tree : options.output;
-  VerifyOptions check{options.tree, options.suites, strict, partial};
-  check.responses = options.output;
-  RunResult run;
-  options.result = &run;
-  const int status = RunTree(options);
-  report.run = &run;
-  report.run_seconds = ElapsedSeconds(report.start);
-  if (!verify) {
-    return FinishReport(&report, reports, Finish(status == 0 ? kOk : kFailed));
-  }
-  const auto verify_start = std::chrono::steady_clock::now();
-  const VerifyTally tally = VerifyTree(check, stdout);
-  report.verify = &tally;
-  report.verify_seconds = ElapsedSeconds(verify_start);
-  return FinishReport(&report, reports,
-                      Finish(status == 0 && tally.failed == 0 ? kOk : kFailed));
+  report.tree = request.run.tree;
+  report.responses =
+      request.run.output.empty() ? request.run.tree : request.run.output;
+  return RunAndVerify(request, report);
 }
 
 int RunList(const Args& args) {

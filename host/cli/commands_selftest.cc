@@ -8,13 +8,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "fipsval.h"
+#include "host/base/text.h"
+#include "host/catalog/runner_profiles.h"
 #include "host/cli/cli.h"
 #include "host/platform/host_settings.h"
 #include "host/platform/integrity.h"
@@ -25,11 +26,6 @@ namespace {
 constexpr char kMarkerDir[] = "/data/etc";
 constexpr char kMarkerFile[] = FIPSVAL_FORCE_MARKER;
 
-// The names the library accepts in the marker, exactly as written there.
-constexpr std::string_view kForceNames[] = {
-    "AES", "SHA1-HMAC", "SHA256-HMAC", "3DES", "RSA", "RNG", "Firmware-integrity",
-    "Configuration"};
-
 bool EqualIgnoringCase(std::string_view a, std::string_view b) {
   return a.size() == b.size() &&
          std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
@@ -38,36 +34,33 @@ bool EqualIgnoringCase(std::string_view a, std::string_view b) {
          });
 }
 
-// The name in quotes, control characters escaped, so that a message
-// quoting it stays one line.
-std::string Quoted(std::string_view name) {
-  std::string out = "\"";
-  for (const char c : name) {
-    const auto u = static_cast<unsigned char>(c);
-    if (c == '\n') {
-      out += "\\n";
-    } else if (u < 0x20 || u == 0x7f) {
-      char escaped[5];
-      std::snprintf(escaped, sizeof escaped, "\\x%02x", u);
-      out += escaped;
-    } else {
-      out += c;
-    }
+// The names the library accepts in the marker, exactly as written there,
+// in the order the self-tests run.
+std::vector<std::string_view> ForceNames() {
+  std::vector<std::string_view> names;
+  for (const SelfTestProfile& test : SelfTestProfiles()) {
+    if (!test.force_name.empty()) names.push_back(test.force_name);
   }
-  return out + "\"";
+  return names;
+}
+
+bool IsForceName(std::string_view name) {
+  const std::vector<std::string_view> names = ForceNames();
+  return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 // The usage error for a name the library would not match: the marker would
 // force nothing, and the run would pass as if the test had been forced.
 int UnknownForceName(const std::string& name) {
-  std::string message = "selftest: unknown test name " + Quoted(name);
-  for (std::string_view known : kForceNames) {
+  // Quoted and escaped, so that the message stays one line.
+  std::string message = "selftest: unknown test name \"" + Printable(name) + "\"";
+  for (std::string_view known : ForceNames()) {
     if (EqualIgnoringCase(known, name)) {
       message += " (did you mean " + std::string(known) + "?)";
     }
   }
   message += "; names are exact:";
-  for (std::string_view known : kForceNames) message += " " + std::string(known);
+  for (std::string_view known : ForceNames()) message += " " + std::string(known);
   return Usage(message);
 }
 
@@ -136,10 +129,7 @@ int RunSelftest(const Args& args) {
     force = args[++i];
   }
   if (force) {
-    if (std::find(std::begin(kForceNames), std::end(kForceNames), *force) ==
-        std::end(kForceNames)) {
-      return UnknownForceName(*force);
-    }
+    if (!IsForceName(*force)) return UnknownForceName(*force);
     if (!WriteMarker(*force)) return kFailed;
   }
   const int mask = fips_self_tests();
@@ -181,12 +171,12 @@ int RunUpdateConfig(const Args& args) {
     std::fprintf(stderr, "fipsval: the library did not ask for the configuration to be hashed\n");
     return Finish(kFailed);
   }
-  if (!hashed.error.empty()) return Finish(kFailed);  // the callback said why
+  if (!hashed.status.ok()) return Finish(kFailed);  // the callback said why
   Sha256 actual{}, stored{};
-  std::string error;
-  if (!DigestFile(Settings().config, &actual, &error) ||
-      !ReadStoredDigest(Settings().config_digest, &stored, &error)) {
-    std::fprintf(stderr, "fipsval: update-config: %s\n", error.c_str());
+  Status read = DigestFile(Settings().config, &actual);
+  if (read.ok()) read = ReadStoredDigest(Settings().config_digest, &stored);
+  if (!read.ok()) {
+    std::fprintf(stderr, "fipsval: update-config: %s\n", read.message().c_str());
     return Finish(kFailed);
   }
   if (actual != stored) {
@@ -200,36 +190,27 @@ int RunUpdateConfig(const Args& args) {
 }
 
 int RunKat(const Args& args) {
-  struct Kat {
-    const char* name;
-    int (*test)(int);
-  };
-  static constexpr Kat kKats[] = {
-      {"aes", fips_kat_aes_test},           {"sha1-hmac", fips_kat_sha1_test},
-      {"sha256-hmac", fips_kat_sha256_test}, {"3des", fips_kat_3des_test},
-      {"rsa", fips_kat_rsa_test},           {"native-aes", fips_aes_test},
-  };
   bool force = false;
-  std::vector<const Kat*> chosen;
+  std::vector<const SelfTestProfile*> chosen;
   for (const std::string& arg : args) {
     if (arg == "--force") {
       force = true;
       continue;
     }
-    const Kat* found = nullptr;
-    for (const Kat& kat : kKats) {
-      if (arg == kat.name || arg == "all") {
-        chosen.push_back(&kat);
-        found = &kat;
+    const std::size_t before = chosen.size();
+    for (const SelfTestProfile& test : SelfTestProfiles()) {
+      if (test.kat && (arg == test.kat_name || arg == "all")) {
+        chosen.push_back(&test);
       }
     }
-    if (!found) return Usage("kat: unknown test ", arg);
+    if (chosen.size() == before) return Usage("kat: unknown test ", arg);
   }
   if (chosen.empty()) return Usage("kat: name a test");
   bool all_passed = true;
-  for (const Kat* kat : chosen) {
-    const int result = kat->test(force ? 1 : 0);
-    std::printf("%-12s %s\n", kat->name, result == 1 ? "passed" : "failed");
+  for (const SelfTestProfile* test : chosen) {
+    const int result = test->kat(force ? 1 : 0);
+    std::printf("%-12s %s\n", std::string(test->kat_name).c_str(),
+                result == 1 ? "passed" : "failed");
     all_passed &= result == 1;
   }
   return Finish(all_passed ? kOk : kFailed);

@@ -9,28 +9,26 @@
 #include "host/verify/verify.h"
 
 namespace fipsval::host {
+namespace {
 
 namespace fs = std::filesystem;
 
-int RunVerify(const Args& args) {
-  SuiteSelection s = SelectSuites(args, "verify");
-  if (s.error) return s.error;
-  VerifyOptions options;
-  options.suites = s.suites;
+// Parses the options after the suite selection; kOk, or the usage status.
+int ParseVerify(const Args& rest, VerifyOptions* options, ReportPaths* reports) {
   std::vector<std::string> trees;
-  ReportPaths reports;
-  for (std::size_t i = 0; i < s.rest.size(); ++i) {
-    const std::string& arg = s.rest[i];
+  for (std::size_t i = 0; i < rest.size(); ++i) {
+    const std::string& arg = rest[i];
+    const bool has_value = i + 1 < rest.size();
     if (arg == "--json" || arg == "--junit") {
-      if (i + 1 == s.rest.size()) return Usage("verify: " + arg + " needs a file");
-      (arg == "--json" ? reports.json : reports.junit) = s.rest[++i];
+      if (!has_value) return Usage("verify: " + arg + " needs a file");
+      (arg == "--json" ? reports->json : reports->junit) = rest[++i];
     } else if (arg == "--strict") {
-      options.strict = true;
+      options->strict = true;
     } else if (arg == "--partial") {
-      options.partial = true;
+      options->partial = true;
     } else if (arg == "--output") {
-      if (i + 1 == s.rest.size()) return Usage("verify: --output needs a directory");
-      options.responses = s.rest[++i];
+      if (!has_value) return Usage("verify: --output needs a directory");
+      options->responses = rest[++i];
     } else if (arg.starts_with("-")) {
       return Usage("verify: unknown option ", arg);
     } else {
@@ -38,10 +36,23 @@ int RunVerify(const Args& args) {
     }
   }
   if (trees.size() != 1) return Usage("verify: give one CAVP tree");
-  options.tree = trees[0];
-  std::string why;
-  if (!CheckReportPaths(reports, &why)) {
-    std::fprintf(stderr, "fipsval: %s\n", why.c_str());
+  options->tree = trees[0];
+  return kOk;
+}
+
+}  // namespace
+
+int RunVerify(const Args& args) {
+  const SuiteSelection s = SelectSuites(args, "verify");
+  if (s.error) return s.error;
+  VerifyOptions options;
+  options.suites = s.suites;
+  ReportPaths reports;
+  if (const int usage = ParseVerify(s.rest, &options, &reports); usage != kOk) {
+    return usage;
+  }
+  if (Status paths = CheckReportPaths(reports); !paths.ok()) {
+    std::fprintf(stderr, "fipsval: %s\n", paths.message().c_str());
     return kFailed;
   }
   ResultReport report;
@@ -52,14 +63,14 @@ int RunVerify(const Args& args) {
   for (const std::string* dir : {&options.tree, &options.responses}) {
     std::error_code ec;
     if (!dir->empty() && !fs::is_directory(*dir, ec)) {
-      report.error = *dir + " is not a directory";
-      std::fprintf(stderr, "fipsval: %s\n", report.error.c_str());
+      report.status = Refused(*dir + " is not a directory");
+      std::fprintf(stderr, "fipsval: %s\n", report.status.message().c_str());
       return FinishReport(&report, reports, kFailed);
     }
   }
   const VerifyTally tally = VerifyTree(options, stdout);
   report.verify = &tally;
-  report.verify_seconds = ElapsedSeconds(report.start);
+  report.verify_seconds = SecondsSince(report.start);
   return FinishReport(&report, reports, tally.failed == 0 ? kOk : kFailed);
 }
 

@@ -4,10 +4,10 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <span>
 
 #include "fipsval.h"
+#include "host/base/clock.h"
 #include "host/platform/entropy_source.h"
 #include "host/platform/host_settings.h"
 #include "host/platform/integrity.h"
@@ -28,12 +28,14 @@ int fips_check_vpn_cfg(int force) {
 int fips_hash_vpn_cfg(int) {
   fipsval::host::Sha256 digest{};
   fipsval::host::HashRecord& record = fipsval::host::LastConfigHash();
-  record = {true, ""};
-  if (!fipsval::host::DigestFile(Settings().config, &digest, &record.error) ||
-      !fipsval::host::StoreDigest(Settings().config_digest, digest,
-                                  Settings().config, &record.error)) {
+  record = {true, fipsval::host::DigestFile(Settings().config, &digest)};
+  if (record.status.ok()) {
+    record.status = fipsval::host::StoreDigest(Settings().config_digest, digest,
+                                               Settings().config);
+  }
+  if (!record.status.ok()) {
     std::fprintf(stderr, "fipsval: cannot hash the configuration: %s\n",
-                 record.error.c_str());
+                 record.status.message().c_str());
     return -1;
   }
   return 0;
@@ -56,10 +58,7 @@ int fips_log_startup_error(const char* text) {
                  Settings().error_log.c_str(), std::strerror(errno));
     return -1;
   }
-  char stamp[32];
-  const std::time_t now = std::time(nullptr);
-  std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&now));
-  std::fprintf(log, "%s %s\n", stamp, text);
+  std::fprintf(log, "%s %s\n", fipsval::host::UtcStamp().c_str(), text);
   const bool written = std::fclose(log) == 0;
   return written ? 0 : -1;
 }

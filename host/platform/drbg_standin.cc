@@ -41,6 +41,13 @@ long KernelIoctl(int fd, unsigned long request, void* arg) {
   return syscall(SYS_ioctl, fd, request, arg);
 }
 
+// What a kernel without the driver's test ioctl answers: ENOTTY or EINVAL,
+// and ENOSYS under an emulator (qemu-user) that does not know the request.
+bool KernelLacksTheIoctl(int kernel_errno) {
+  return kernel_errno == ENOTTY || kernel_errno == EINVAL ||
+         kernel_errno == ENOSYS;
+}
+
 }  // namespace
 
 int RunDrbgStandin(void* block) {
@@ -50,21 +57,21 @@ int RunDrbgStandin(void* block) {
   }
   // Read the length word first: only a block that says it holds the whole
   // layout is read any further.
-  uint32_t following;
-  std::memcpy(&following, block, sizeof following);
-  if (following != FIPSVAL_DRBG_PARAMS_FOLLOWING) {
+  if (fipsval_drbg_load_le32(block) != FIPSVAL_DRBG_PARAMS_FOLLOWING) {
     errno = EINVAL;
     return -1;
   }
   rbg_params p;
   std::memcpy(&p, block, sizeof p);
   // A count of 0 or below asks for no output bytes.
-  if (p.returned_len > static_cast<int32_t>(FIPSVAL_DRBG_RETURNED_MAX)) {
+  const auto returned_len =
+      static_cast<int32_t>(fipsval_drbg_load_le32(&p.returned_len));
+  if (returned_len > static_cast<int32_t>(FIPSVAL_DRBG_RETURNED_MAX)) {
     OPENSSL_cleanse(&p, sizeof p);
     errno = EINVAL;
     return -1;
   }
-  const auto len = static_cast<std::size_t>(std::max(p.returned_len, 0));
+  const auto len = static_cast<std::size_t>(std::max(returned_len, 0));
 
   CtrDrbg drbg;
   drbg.Instantiate(p.entropy, p.nonce, Optional(p.personalization));
@@ -90,7 +97,7 @@ int InterposedIoctl(int fd, unsigned long request, void* arg) {
   const long rc = KernelIoctl(fd, request, arg);
   if (rc != -1 || request != FIPSVAL_DRBG_SET_PARAMS_IOCTL) return static_cast<int>(rc);
   const int kernel_errno = errno;
-  if ((kernel_errno != ENOTTY && kernel_errno != EINVAL) || !IsUrandom(fd)) {
+  if (!KernelLacksTheIoctl(kernel_errno) || !IsUrandom(fd)) {
     errno = kernel_errno;
     return -1;
   }
@@ -102,9 +109,8 @@ const char* DrbgBackendDescription() {
   if (fd < 0) {
     return "CTR_DRBG tests: /dev/urandom cannot be opened; they will fail";
   }
-  rbg_params probe = {};
-  probe.length = FIPSVAL_DRBG_PARAMS_FOLLOWING;
-  probe.returned_len = 0;
+  rbg_params probe = {};  // asks for no bytes
+  fipsval_drbg_store_le32(&probe.length, FIPSVAL_DRBG_PARAMS_FOLLOWING);
   const long rc = KernelIoctl(fd, FIPSVAL_DRBG_SET_PARAMS_IOCTL, &probe);
   const int kernel_errno = errno;
   const bool urandom = IsUrandom(fd);
@@ -116,7 +122,7 @@ const char* DrbgBackendDescription() {
     return "CTR_DRBG tests: /dev/urandom is not the kernel's random device "
            "(1:9); they will fail";
   }
-  if (kernel_errno == ENOTTY || kernel_errno == EINVAL) {
+  if (KernelLacksTheIoctl(kernel_errno)) {
     return "CTR_DRBG tests: the kernel does not answer the test ioctl; "
            "fipsval's user-space CTR_DRBG (AES-256, derivation function) "
            "answers it";

@@ -18,8 +18,9 @@ int RunDrbgStandin(void* block);
 
 // ioctl for the host program: every call goes to the kernel; only the
 // CTR_DRBG test request on a descriptor of /dev/urandom (character device
-// 1:9) that the kernel does not answer (ENOTTY or EINVAL) is answered by
-// RunDrbgStandin instead. Returns what ioctl returns, errno included.
+// 1:9) that the kernel does not answer (ENOTTY, EINVAL, or ENOSYS under
+// an emulator) is answered by RunDrbgStandin instead. Returns what ioctl
+// returns, errno included.
 int InterposedIoctl(int fd, unsigned long request, void* arg);
 
 // One line for the help text: who answers the CTR_DRBG tests on this

@@ -1,6 +1,5 @@
 #include "host/platform/entropy_source.h"
 
-#include <cpuid.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -12,7 +11,11 @@
 #include <cstring>
 #include <vector>
 
-#include "host/base/safe_io.h"
+#include "host/base/owners.h"
+
+#if defined(__x86_64__)
+#include <cpuid.h>
+#endif
 
 namespace fipsval::host {
 namespace {
@@ -42,6 +45,12 @@ bool ReadUrandom(std::span<uint8_t> out) {
   return true;
 }
 
+#if defined(__x86_64__)
+bool HasRdrand() {
+  unsigned a, b, c, d;
+  return __get_cpuid(1, &a, &b, &c, &d) && (c & bit_RDRND);
+}
+
 __attribute__((target("rdrnd"))) bool ReadRdrand(std::span<uint8_t> out) {
   for (std::size_t i = 0; i < out.size(); i += 8) {
     unsigned long long word = 0;
@@ -56,6 +65,11 @@ __attribute__((target("rdrnd"))) bool ReadRdrand(std::span<uint8_t> out) {
   }
   return true;
 }
+#else
+// RDRAND is an x86 instruction: other CPUs never have the source.
+bool HasRdrand() { return false; }
+bool ReadRdrand(std::span<uint8_t>) { return false; }
+#endif
 
 // Smallest c with P(X >= c) <= 2^-40 for X ~ Binomial(n, p).
 int BinomialCutoff(int n, double p) {
@@ -72,15 +86,12 @@ int BinomialCutoff(int n, double p) {
 
 }  // namespace
 
-bool CpuHasRdrand() {
-  unsigned a, b, c, d;
-  return __get_cpuid(1, &a, &b, &c, &d) && (c & bit_RDRND);
-}
+bool CpuHasRdrand() { return HasRdrand(); }
 
 bool ReadEntropy(EntropySource source, std::span<uint8_t> out) {
   if (source == EntropySource::kRdrand) {
     if (!CpuHasRdrand()) {
-      std::fprintf(stderr, "fipsval: this CPU has no RDRAND instruction\n");
+      std::fprintf(stderr, "fipsval: RDRAND is not available on this CPU\n");
       return false;
     }
     return ReadRdrand(out);
@@ -88,7 +99,7 @@ bool ReadEntropy(EntropySource source, std::span<uint8_t> out) {
   return ReadUrandom(out);
 }
 
-HealthResult RunHealthTests(std::span<const uint8_t> samples) {
+Status RunHealthTests(std::span<const uint8_t> samples) {
   // Repetition count test: C = 1 + ceil(-log2(alpha) / H).
   const int rct_cutoff =
       1 + static_cast<int>(std::ceil(-kAlphaLog2 / kAssessedEntropy));
@@ -96,8 +107,8 @@ HealthResult RunHealthTests(std::span<const uint8_t> samples) {
   for (std::size_t i = 1; i < samples.size(); ++i) {
     run = samples[i] == samples[i - 1] ? run + 1 : 1;
     if (run >= rct_cutoff) {
-      return {false, "repetition count test: " + std::to_string(run) +
-                         " identical samples at offset " + std::to_string(i)};
+      return Refused("repetition count test: " + std::to_string(run) +
+                         " identical samples at offset " + std::to_string(i));
     }
   }
   // Adaptive proportion test over consecutive windows.
@@ -109,12 +120,12 @@ HealthResult RunHealthTests(std::span<const uint8_t> samples) {
     const int count = static_cast<int>(
         std::count(window.begin(), window.end(), window.front()));
     if (count >= apt_cutoff) {
-      return {false, "adaptive proportion test: a sample value occurs " +
+      return Refused("adaptive proportion test: a sample value occurs " +
                          std::to_string(count) + " times in a window of " +
-                         std::to_string(kAptWindow)};
+                         std::to_string(kAptWindow));
     }
   }
-  return {};
+  return Ok();
 }
 
 int RngSelfTest(EntropySource source, int force) {
@@ -125,9 +136,9 @@ int RngSelfTest(EntropySource source, int force) {
     std::fprintf(stderr, "fipsval: RNG test: no samples from the source\n");
     return 0;
   }
-  const HealthResult health = RunHealthTests(block);
-  if (!health.ok) {
-    std::fprintf(stderr, "fipsval: RNG test: %s%s\n", health.failure.c_str(),
+  const Status health = RunHealthTests(block);
+  if (!health.ok()) {
+    std::fprintf(stderr, "fipsval: RNG test: %s%s\n", health.message().c_str(),
                  force ? " (forced failure)" : "");
     return 0;
   }

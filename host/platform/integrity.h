@@ -6,21 +6,24 @@
 #include <cstdint>
 #include <string>
 
+#include "host/base/status.h"
+
 namespace fipsval::host {
 
 using Sha256 = std::array<uint8_t, 32>;
 
-bool DigestFile(const std::string& path, Sha256* digest, std::string* error);
-bool ReadStoredDigest(const std::string& path, Sha256* digest,
-                      std::string* error);
-bool StoreDigest(const std::string& path, const Sha256& digest,
-                 const std::string& name, std::string* error);
+Status DigestFile(const std::string& path, Sha256* digest);
+Status ReadStoredDigest(const std::string& path, Sha256* digest);
+// Writes the digest file in place, so that a file an administrator put
+// there keeps its owner and mode.
+Status StoreDigest(const std::string& path, const Sha256& digest,
+                   const std::string& name);
 
 // What the host's last fips_hash_vpn_cfg call did. The library ignores the
 // callback's result, so update-config reads it here.
 struct HashRecord {
   bool called = false;
-  std::string error;  // empty when the digest was stored
+  Status status;  // why the digest was not stored
 };
 HashRecord& LastConfigHash();
 

@@ -13,7 +13,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <string_view>
+#include <string>
 
 #include "fipsval.h"
 
@@ -72,46 +72,39 @@ bool Probe(StagingKind kind) {
 // others; it is created so, and a mode that lets others read is tightened.
 }  // namespace
 
-UniqueFd OpenOwnDirectory(const char* path, std::string* why) {
+Status OpenOwnDirectory(const char* path, UniqueFd* dir) {
+  const std::string p = path;
   if (mkdir(path, 0700) != 0 && errno != EEXIST) {
-    *why = std::string("cannot create ") + path + ": " + std::strerror(errno);
-    return {};
+    return Failed("cannot create " + p + ": " + std::strerror(errno));
   }
   struct stat st;
   if (lstat(path, &st) != 0) {
-    *why = std::string("cannot use ") + path + ": " + std::strerror(errno);
-    return {};
+    return Failed("cannot use " + p + ": " + std::strerror(errno));
   }
   if (S_ISLNK(st.st_mode) || !S_ISDIR(st.st_mode)) {
-    *why =
-        std::string(path) + " is not a directory (a link or a file): refused";
-    return {};
+    return Refused(p + " is not a directory (a link or a file): refused");
   }
   UniqueFd fd(open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!fd || fstat(fd.get(), &st) != 0) {
-    *why = std::string("cannot open ") + path + ": " + std::strerror(errno);
-    return {};
+    return Failed("cannot open " + p + ": " + std::strerror(errno));
   }
   if (st.st_uid != geteuid()) {
-    *why = std::string(path) + " belongs to uid " + std::to_string(st.st_uid) +
-           ", not to this user: refused";
-    return {};
+    return Refused(p + " belongs to uid " + std::to_string(st.st_uid) +
+                   ", not to this user: refused");
   }
   if ((st.st_mode & 022) != 0) {
-    *why = std::string(path) + " is writable by other users: refused";
-    return {};
+    return Refused(p + " is writable by other users: refused");
   }
   if ((st.st_mode & 07777) != 0700 && fchmod(fd.get(), 0700) != 0) {
-    *why = std::string("cannot make ") + path +
-           " mode 0700: " + std::strerror(errno);
-    return {};
+    return Failed("cannot make " + p + " mode 0700: " + std::strerror(errno));
   }
-  return fd;
+  *dir = std::move(fd);
+  return Ok();
 }
 
 namespace {
 
-bool TakeLock(UniqueFd* lock, std::string* why) {
+Status TakeLock(UniqueFd* lock) {
   constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
   UniqueFd fd(open(kLockPath, kFlags));
   if (!fd && errno == ENOENT) {
@@ -120,41 +113,41 @@ bool TakeLock(UniqueFd* lock, std::string* why) {
   }
   struct stat st;
   if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) {
-    *why = std::string("cannot use the lock file ") + kLockPath + ": " +
-           (fd ? "not a regular file" : std::strerror(errno));
-    return false;
+    return Refused(std::string("cannot use the lock file ") + kLockPath +
+                   ": " + (fd ? "not a regular file" : std::strerror(errno)));
   }
   if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
-    *why = errno == EWOULDBLOCK
-               ? std::string(
-                     "another fipsval run or entropy export is using "
-                     "/tmp/req and /tmp/resp (lock ") +
-                     kLockPath + "): try again when it has finished"
-               : std::string("cannot lock ") + kLockPath + ": " +
-                     std::strerror(errno);
-    return false;
+    if (errno != EWOULDBLOCK) {
+      return Failed(std::string("cannot lock ") + kLockPath + ": " +
+                    std::strerror(errno));
+    }
+    return {StatusKind::kBusy,
+            std::string("another fipsval run or entropy export is using "
+                        "/tmp/req and /tmp/resp (lock ") +
+                kLockPath + "): try again when it has finished"};
   }
   *lock = std::move(fd);
-  return true;
+  return Ok();
 }
 
 }  // namespace
 
-bool PrepareStaging(Staging* staging, std::string* why) {
+Status PrepareStaging(Staging* staging) {
   for (StagingKind kind :
        {StagingKind::kPrivateNamespace, StagingKind::kPrivateUserNamespace}) {
     if (kind == StagingKind::kPrivateNamespace && geteuid() != 0) continue;
     if (Probe(kind)) {
       staging->kind = kind;
-      return true;
+      return Ok();
     }
   }
   staging->kind = StagingKind::kLockedShared;
-  if (!TakeLock(&staging->lock, why)) return false;
+  if (Status locked = TakeLock(&staging->lock); !locked.ok()) return locked;
   for (const char* dir : kStagingDirs) {
-    if (!OpenOwnDirectory(dir, why)) return false;
+    UniqueFd fd;
+    if (Status own = OpenOwnDirectory(dir, &fd); !own.ok()) return own;
   }
-  return true;
+  return Ok();
 }
 
 const char* DescribeStaging(StagingKind kind) {

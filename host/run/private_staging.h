@@ -14,7 +14,8 @@
 #include <functional>
 #include <string>
 
-#include "host/base/safe_io.h"
+#include "host/base/owners.h"
+#include "host/base/status.h"
 
 namespace fipsval::host {
 
@@ -30,8 +31,8 @@ struct Staging {
 };
 
 // Chooses the protection and, for the shared paths, takes the lock and
-// checks them. False (with a one-line reason) when the run must not start.
-bool PrepareStaging(Staging* staging, std::string* why);
+// checks them. Not ok (with a one-line reason) when the run must not start.
+Status PrepareStaging(Staging* staging);
 
 // "private /tmp/req and /tmp/resp (mount namespace)" and so on.
 const char* DescribeStaging(StagingKind kind);
@@ -54,8 +55,8 @@ int WaitStaged(pid_t child);
 // Opens path, a directory that must belong to this user and be closed to
 // others: created with mode 0700 when missing, refused when it is a link,
 // another user's or writable by others; a mode that lets others read or
-// enter it is tightened to 0700. Empty (with a one-line reason) if refused.
-UniqueFd OpenOwnDirectory(const char* path, std::string* why);
+// enter it is tightened to 0700.
+Status OpenOwnDirectory(const char* path, UniqueFd* dir);
 
 // The exit status of a child that could not enter its staging.
 inline constexpr int kStagingFailed = 125;

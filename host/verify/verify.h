@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "fipsval.h"
+#include "host/base/status.h"
+#include "host/catalog/runner_profiles.h"
 
 namespace fipsval::host {
 
@@ -33,7 +35,7 @@ struct FileVerdict {
   std::string dir;
   std::string name;
   std::string verdict;  // "PASS", "FAIL", "COMPLETE", "STOPPED" or "SKIP"
-  std::string detail;
+  std::string note;     // what was checked, or why it failed
   double seconds = 0;
 };
 
@@ -53,18 +55,18 @@ struct VerifyTally {
 VerifyTally VerifyTree(const VerifyOptions& options, std::FILE* out);
 
 struct Comparison {
-  bool ok = false;
+  Status status;         // the first difference
   int lines = 0;         // non-blank lines compared
   int not_compared = 0;  // answers that cannot be compared (see below)
-  std::string detail;    // why not, on a mismatch
 };
 
-// Compares a response's text with its expected answers. For "CTR_DRBG" the
-// ReturnedBits values of sections other than "[AES-256 use df]" are not
-// compared: the runner answers every test with AES-256 and a derivation
-// function, while the expected file holds the answers of the mechanism
-// each section names.
-Comparison CompareWithExpected(std::string_view name, std::string_view response,
+// Compares a response's text with its expected answers. For a request of
+// DRBG sections, the ReturnedBits values of sections other than
+// "[AES-256 use df]" are not compared: the runner answers every test with
+// AES-256 and a derivation function, while the expected file holds the
+// answers of the mechanism each section names.
+Comparison CompareWithExpected(const RequestShape& shape,
+                               std::string_view response,
                                std::string_view expected, bool partial);
 
 }  // namespace fipsval::host

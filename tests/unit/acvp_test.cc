@@ -8,10 +8,12 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
+#include "host/acvp/batch_runner.h"
 #include "host/acvp/check.h"
-#include "host/acvp/conversion.h"
+#include "host/acvp/convert/conversion.h"
 #include "host/acvp/response_writer.h"
 #include "tests/support/test_env.h"
 
@@ -27,12 +29,13 @@ std::string Set(std::string_view head, std::string_view groups) {
 
 // Converts a one-file vector set, answers it with `response` and returns
 // the request text and the response JSON.
-std::pair<std::string, Outcome> Answer(const std::string& set, const std::string& response) {
+std::pair<std::string, AssembledResponse> Answer(const std::string& set, const std::string& response) {
   const Json prompt = Json::parse(set);
   const Conversion conversion = ConvertVectorSet(prompt);
-  EXPECT_EQ(conversion.error + std::to_string(conversion.files.size()), "1");
+  EXPECT_EQ(conversion.status.message() + std::to_string(conversion.files.size()), "1");
   const RequestFile& file = conversion.files.at(0);
-  return {file.dir + "/" + file.name + ": " + file.text.substr(file.text.find("\r\n\r\n") + 4),
+  return {std::string(file.profile->dir) + "/" + std::string(file.profile->name) + ": " +
+              file.text.substr(file.text.find("\r\n\r\n") + 4),
           AssembleResponse(prompt, conversion, {{true, Crlf(response), "Error extracting key"}})};
 }
 
@@ -69,6 +72,34 @@ TEST(Acvp, AGroupCutShortIsNotAnswered) {
   EXPECT_EQ(out.response["notAnswered"][0]["tgId"], 8);
 }
 
+// The reason for a group not answered is what the run says of its file:
+// the runner's own message when it stopped, nothing more when it skipped a
+// test without a word (never the run's console text).
+TEST(Acvp, ReasonsAreTheRunnersOwnMessagesForTheirFiles) {
+  const host::RequestProfile* hmac = host::FindRequestProfile("HMAC");
+  const std::string test = "Klen = 1\r\nTlen = 20\r\nKey = 00\r\nMsg = 00\r\n\r\n";
+  const std::string stops = "Klen = 1\r\nTlen = 33\r\nKey = 00\r\nMsg = 00\r\n";
+  Conversion conversion;
+  conversion.files = {{hmac, "[L=20]\r\n\r\nCount = 0\r\n" + test + "Count = 1\r\n" + stops, {{1, 1}, {2, 2}}},
+                      {hmac, "[L=20]\r\n\r\nCount = 0\r\n" + test + "Cnt = 1\r\n" + test, {{3, 3}, {4, 4}}}};
+  std::vector<FileResult> results(2);
+  for (const auto& run : PlanRuns(conversion.files)) {
+    ASSERT_TRUE(RunFiles(conversion.files, run, &results).ok());
+  }
+  Json prompt = {{"vsId", 1}, {"testGroups", Json::array()}};
+  for (int id = 1; id <= 4; ++id) {
+    prompt["testGroups"].push_back({{"tgId", id}, {"tests", {{{"tcId", id}}}}});
+  }
+  const AssembledResponse out = AssembleResponse(prompt, conversion, results);
+  for (const auto& entry : std::filesystem::directory_iterator("/tmp")) {
+    EXPECT_FALSE(entry.path().filename().string().starts_with("fipsval-acvp-")) << "a private tree left";
+  }
+  EXPECT_EQ(out.answered_groups, 2);
+  EXPECT_EQ(out.response["notAnswered"].dump(),
+            R"([{"tgId":2,"reason":"the HMAC runner (HMAC) gave no answer for tcId 2: MAC len is too big"},)"
+            R"({"tgId":4,"reason":"the HMAC runner (HMAC) gave no answer for tcId 4"}])");
+}
+
 // A ctrDRBG group the driver's parameter block holds, with one test.
 const std::string kZeros(64, '0');
 const std::string kDrbgGroup =
@@ -91,9 +122,9 @@ TEST(Acvp, InputsAtTheRunnersLimitsAreConverted) {
                    std::string(19984, 'a') + "\"}]}"),
            Set(R"("algorithm": "ctrDRBG", "revision": "1.0")", kDrbgGroup)}) {
     const Conversion c = ConvertVectorSet(Json::parse(set));
-    EXPECT_EQ(c.error, "");
+    EXPECT_EQ(c.status.message(), "");
     ASSERT_EQ(c.files.size(), 1u) << (c.unanswered.empty() ? "" : c.unanswered[0].reason);
-    EXPECT_EQ(c.files[0].slots.size(), 1u) << c.files[0].name;
+    EXPECT_EQ(c.files[0].slots.size(), 1u) << c.files[0].profile->name;
   }
 }
 
@@ -114,6 +145,8 @@ TEST(Acvp, BadDocumentsAndUnanswerableSets) {
       {Set(R"("algorithm": "SHA3-256", "revision": "1.0")", ""), 2,
        "field \"algorithm\" names an algorithm fipsval does not answer: \"SHA3-256\""},
       {"{" + sha1 + ", \"testGroups\": []}", 2, "field \"vsId\" is missing"},
+      {Set(sha1, R"({"tgId": 4, "tests": []}, {"tgId": 4, "tests": []})"), 2,
+       "testGroups[1]: field \"tgId\" repeats 4 of testGroups[0] (tgId 4)"},
       {"/tmp/prompt.fifo", 2, "/tmp/prompt.fifo: not a regular file"},
       {Set(sha1, R"({"tgId": 2, "testType": "LDT", "tests": []})"), 1, "testType \"LDT\""},
       {Set(sha1, R"({"tgId": 2, "testType": "AFT", "tests": [{"tcId": 1, "msg": "80", "len": 1}]})"), 1,

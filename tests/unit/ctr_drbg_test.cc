@@ -27,8 +27,8 @@ using host::RunDrbgStandin;
 
 rbg_params BlockFor(const DrbgVector& v, int32_t returned_len) {
   rbg_params p = {};
-  p.length = kRbgParamsFollowing;
-  p.returned_len = returned_len;
+  fipsval_drbg_store_le32(&p.length, kRbgParamsFollowing);
+  fipsval_drbg_store_le32(&p.returned_len, static_cast<uint32_t>(returned_len));
   using Field = std::pair<uint8_t*, std::string_view>;  // the vectors fit their fields
   for (const auto& [field, hex] :
        {Field{p.entropy, v.entropy}, Field{p.nonce, v.nonce}, Field{p.personalization, v.personalization},
@@ -38,6 +38,18 @@ rbg_params BlockFor(const DrbgVector& v, int32_t returned_len) {
     std::copy(bytes.begin(), bytes.end(), field);
   }
   return p;
+}
+
+// The block's integers are little-endian bytes on either byte order: the
+// helpers go byte by byte and never through a word in the host's order.
+TEST(DrbgBlock, IntegersAreLittleEndianBytes) {
+  for (const auto& [value, hex] : {std::pair{276u, "14010000"}, {0x12345678u, "78563412"},
+                                   {static_cast<uint32_t>(-8), "f8ffffff"}}) {
+    uint8_t encoded[4];
+    fipsval_drbg_store_le32(encoded, value);
+    EXPECT_EQ(Hex(encoded), hex) << value;
+    EXPECT_EQ(fipsval_drbg_load_le32(FromHex(hex).data()), value) << hex;
+  }
 }
 
 // All-zero optional fields are empty inputs (NIST's answers come out); only

@@ -1,11 +1,11 @@
-// `fipsval run` and `fipsval entropy` on a hostile machine: another user
-// (uid 65534, through setpriv) who owns or links the fixed staging paths or
-// entries of the tree, two runs at once, a run killed part way, request
-// files the library cannot read right; each attack ends by checking that the
-// root-only victim file is untouched. Then the machine-readable result of
-// run and verify: the JSON validates against doc/fipsval-result.schema.json
-// and names the file that failed and why, the JUnit file is well-formed XML
-// whatever a runner message holds, and no report is written through a link.
+// `fipsval run`: its engine, console sorter, console and reports tested
+// directly (a run's result per request file, the library's lines filed per
+// file, the console's lines, the JSON and JUnit reports); the program runs
+// only where a process is needed: another user (uid 65534, through setpriv)
+// who owns or links the fixed staging paths, two runs at once, a run killed
+// part way, and a real run whose reports validate against
+// doc/fipsval-result.schema.json. Each attack ends by checking that the
+// root-only victim file is untouched.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -21,7 +21,10 @@
 #include <string>
 #include <vector>
 
-#include "host/run/request_check.h"
+#include "host/report/run_console.h"
+#include "host/run/console_sorter.h"
+#include "host/run/run_plan.h"
+#include "host/run/tree_engine.h"
 #include "host/report/result_report.h"
 #include "tests/support/test_env.h"
 
@@ -86,24 +89,11 @@ TEST_F(HostAttack, PlantedStagingPathsDoNotReachTheRun) {
     GTEST_SKIP() << "no private staging: " << run.err;
   }
   EXPECT_EQ(run.status, 0) << run.out << run.err;
+  EXPECT_HAS(run.err, "[HMAC] HMAC (");  // -v: the progress
   EXPECT_HAS(ReadFile("/tmp/tree/HMAC/resp/HMAC.rsp"), "Mac = ");
   const ProgramResult entropy = Fipsval({"entropy", "2"});
   EXPECT_EQ(entropy.status, 1);
   EXPECT_HAS(entropy.err, "/tmp/resp belongs to uid 65534");
-}
-
-// Links that the attacker put in a tree it can write.
-TEST_F(HostAttack, LinksInTheTreeAreRefusedOrReplacedNeverFollowed) {
-  Shell("mkdir -p /tmp/tree/SHA/resp && chmod -R 777 /tmp/tree");
-  WriteFile("/tmp/tree/SHA/req/SHA1ShortMsg.req", Crlf("[L = 20]\n\nLen = 0\nMsg = 00\n"));
-  ASSERT_TRUE(Attacker("cd /tmp/tree/SHA && ln -s /tmp/victim req/SHA1LongMsg.req && "
-                       "ln -s /tmp/victim resp/SHA1ShortMsg.rsp && ln -s /tmp/victim resp/SHA1LongMsg.rsp"));
-  const ProgramResult run = Fipsval({"run", "--suite", "SHA1", "/tmp/tree"});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_HAS(run.out, "/tmp/tree/SHA/req/SHA1LongMsg.req: cannot read it: it is a symbolic link (not followed)");
-  EXPECT_FALSE(std::filesystem::is_symlink("/tmp/tree/SHA/resp/SHA1ShortMsg.rsp"));
-  EXPECT_HAS(ReadFile("/tmp/tree/SHA/resp/SHA1ShortMsg.rsp"), "MD = da39a3ee");
-  EXPECT_FALSE(std::filesystem::is_symlink("/tmp/tree/SHA/resp/SHA1LongMsg.rsp")) << "stale link kept";
 }
 
 // Where a user gets no private staging (uid 65533 here), the shared paths
@@ -157,54 +147,153 @@ TEST_F(HostRun, ConcurrentRunsAreIndependentOrRefused) {
   EXPECT_HAS(r.err, "another fipsval run is writing responses to /tmp/a");
 }
 
-// The summary line, the run record and the exit status of one request file;
-// a file no suite handles is listed, a stale response never survives.
-TEST_F(HostRun, EveryRequestFileGetsAnOutcomeAndTheStatusFollows) {
-  const struct { std::string request; const char* line, *outcome; } kCases[] = {  // request "": none
-      {Crlf(kHmac), "answered     /tmp/tree/HMAC/req/HMAC.req\n", "answered"},
-      {Crlf("[L=20]\n\nCount = 0\nKlen = 4\nTlen = 20\nMsg = 00\n"),
-       "runner error /tmp/tree/HMAC/req/HMAC.req: Key field not present", "runner-error"},
-      {kHmac,
-       "not answered /tmp/tree/HMAC/req/HMAC.req: not run, the library cannot read it right: "
-       "line 1: line ends in LF, not CR LF",
-       "not-answered"},
-      {"", "not answered /tmp/tree/HMAC/req: no request file of suite HMAC", "not-answered"},
-      {std::string((64 << 20) + 1, 'x'), "not answered /tmp/tree/HMAC/req/HMAC.req: cannot read it: larger than 64 MiB", "not-answered"},
+// What the engine makes of one request file in each shape it meets: its
+// plan, outcome and message in the result and the run record; a file no
+// suite handles is listed, a stale response never survives.
+TEST_F(HostRun, TheEngineGivesEveryRequestFileItsOutcomeAndMessage) {
+  using host::FilePlan;
+  using host::FileOutcome;
+  const struct { std::string request; FilePlan plan; FileOutcome outcome; const char* message; } kCases[] = {
+      {Crlf(kHmac), FilePlan::kRun, FileOutcome::kAnswered, ""},
+      {Crlf("[L=20]\n\nCount = 0\nKlen = 4\nTlen = 20\nMsg = 00\n"), FilePlan::kRun,
+       FileOutcome::kRunnerError, "Key field not present"},
+      {kHmac, FilePlan::kRefused, FileOutcome::kNotAnswered,
+       "not run, the library cannot read it right: line 1: line ends in LF, not CR LF; line 2: line ends "
+       "in LF, not CR LF; line 3: line ends in LF, not CR LF"},
+      {"", FilePlan::kAbsent, FileOutcome::kNotAnswered, "no request file"},
+      {std::string((64 << 20) + 1, 'x'), FilePlan::kRefused, FileOutcome::kNotAnswered,
+       "cannot read it: larger than 64 MiB"},
+      {"->/tmp/victim", FilePlan::kRefused, FileOutcome::kNotAnswered,
+       "cannot read it: it is a symbolic link (not followed)"},
   };
   for (const auto& c : kCases) {
     Shell("rm -rf /tmp/tree/HMAC && mkdir -p /tmp/tree/HMAC/req /tmp/tree/HMAC/resp");
     WriteFile("/tmp/tree/HMAC/req/CFB8.req", "x\r\n");
     WriteFile("/tmp/tree/HMAC/resp/HMAC.rsp", "stale\r\n");
-    if (!c.request.empty()) WriteFile("/tmp/tree/HMAC/req/HMAC.req", c.request);
-    const ProgramResult r = Fipsval({"run", "--suite", "HMAC", "/tmp/tree"});
-    EXPECT_EQ(r.status, c.outcome == std::string("answered") ? 0 : 1) << r.out << r.err;
-    EXPECT_HAS(r.out, c.line);
-    EXPECT_HAS(r.out, "not handled  /tmp/tree/HMAC/req/CFB8.req");
-    EXPECT_EQ(r.out.find("/tmp/req/"), std::string::npos) << "staging path shown: " << r.out;
-    const std::string record = ReadFile("/tmp/tree/fipsval-run.json");
-    EXPECT_HAS(record, std::string("\"outcome\": \"") + c.outcome + "\"");
-    EXPECT_EQ(record.find("\"finished\": null"), std::string::npos) << record;
-    if (!c.request.empty()) {
-      EXPECT_EQ(ReadFile("/tmp/tree/HMAC/resp/HMAC.rsp").find("stale"), std::string::npos);
+    if (c.request.starts_with("->")) {
+      ASSERT_EQ(symlink(c.request.c_str() + 2, "/tmp/tree/HMAC/req/HMAC.req"), 0);
+    } else if (!c.request.empty()) {
+      WriteFile("/tmp/tree/HMAC/req/HMAC.req", c.request);
     }
+    const host::RunResult run = host::RunTree({.tree = "/tmp/tree", .suites = {&fips_tv_hmac}});
+    const host::FileRun* file = run.Find("HMAC", "HMAC");
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(file->plan, c.plan) << c.message;
+    EXPECT_EQ(file->outcome, c.outcome) << c.message;
+    EXPECT_EQ(file->message, c.message);
+    EXPECT_EQ(run.Succeeded(), c.outcome == FileOutcome::kAnswered) << c.message;
+    EXPECT_EQ(run.unhandled, std::vector<std::string>{"/tmp/tree/HMAC/req/CFB8.req"});
+    const json record = json::parse(ReadFile("/tmp/tree/fipsval-run.json"));
+    EXPECT_EQ(record["finished"], run.finished);
+    EXPECT_EQ(record["files"][0]["outcome"], host::OutcomeName(c.outcome));
+    EXPECT_EQ(record["files"][0]["message"], c.message);
+    EXPECT_TRUE(c.request.empty() || ReadFile("/tmp/tree/HMAC/resp/HMAC.rsp").find("stale") == std::string::npos);
+  }
+  // Past 4 GiB (sparse): measured in 64 bits on 32-bit hosts too.
+  Shell("rm -f /tmp/tree/HMAC/req/HMAC.req && truncate -s 4294967297 /tmp/tree/HMAC/req/HMAC.req");
+  EXPECT_HAS(Fipsval({"run", "--suite", "HMAC", "/tmp/tree"}).out, "cannot read it: larger than 64 MiB");
+}
+
+// A file of the run, for the sorter, the console and the reports.
+host::FileRun File(const fips_tv& suite, const char* name, host::FilePlan plan,
+                   host::FileOutcome outcome = host::FileOutcome::kNotAnswered, const char* message = "") {
+  host::FileRun file;
+  file.suite = &suite;
+  file.dir = suite.dir;
+  file.name = name;
+  file.profile = host::FindRequestProfile(name);
+  file.request_path = "/t/" + file.dir + "/req/" + name + ".req";
+  file.response_path = "/r/" + file.dir + "/resp/" + name + ".rsp";
+  file.plan = plan;
+  file.outcome = outcome;
+  file.written = outcome == host::FileOutcome::kAnswered;
+  file.message = plan == host::FilePlan::kAbsent ? "no request file" : message;
+  return file;
+}
+
+// The sorter files each line of the suites' output under the file staged
+// when it was printed, tells titles and progress from runner errors, shows
+// the staging paths as the tree's, and concludes each file at its end marker.
+TEST(ConsoleSorter, FilesEveryLineUnderItsFileAndConcludesEach) {
+  std::vector<host::FileRun> files = {
+      File(fips_tv_hmac, "HMAC", host::FilePlan::kRun), File(fips_tv_3des, "TCBCMonte1", host::FilePlan::kRun),
+      File(fips_tv_rsa, "SigVer15_186-3", host::FilePlan::kRun), File(fips_tv_sha1, "SHA1ShortMsg", host::FilePlan::kRun)};
+  struct Recorder : host::RunObserver {
+    void FileBegun(const host::FileRun& f, double) override { said += "begin " + f.name + "\n"; }
+    void SuiteDone(const fips_tv& s, double) override { said += "done " + std::string(s.name) + "\n"; }
+    void Printed(const host::FileRun* f, host::LineKind kind, std::string_view line) override {
+      said += "TPE"[static_cast<int>(kind)] + std::string(" ") + (f ? f->name : "-") + ": " +
+              std::string(line) + "\n";
+    }
+    std::string said;
+  } recorder;
+  host::ConsoleSorter sorter(files, "@M ", recorder);
+  for (const char* line :
+       {"Couldn't open /tmp/req/HMAC.req", "@M begin 0", "Couldn't open /tmp/req/Other.req",
+        "Key field not present", "@M end 0 ok", "@M begin 1", "TDES MCT 1", "ENCRYPT", "50 of 400",
+        "Running file TCBCMonte1", "Running file TCBCMonte2", "Couldn't open /tmp/req/TCBCMonte1.req\r",
+        "@M end 1 missing", "@M begin 2", "RSA param n is null", "@M end 2 ok", "@M begin 3", "a\x01",
+        "b of c", "c", "d /tmp/resp/SHA1ShortMsg.rsp", "e", "tail@M end 3 error cannot write R: full", "@M end 9 ok",
+        "stray"}) {
+    sorter.Line(line);
+  }
+  sorter.Finish();
+  EXPECT_EQ(recorder.said,
+            "begin HMAC\nE HMAC: Key field not present\ndone HMAC\nbegin TCBCMonte1\nT TCBCMonte1: TDES MCT 1\n"
+            "P TCBCMonte1: ENCRYPT\nP TCBCMonte1: 50 of 400\nP TCBCMonte1: Running file TCBCMonte1\n"
+            "E TCBCMonte1: Couldn't open /t/TDES/req/TCBCMonte1.req\ndone 3DES\nbegin SigVer15_186-3\n"
+            "E SigVer15_186-3: RSA param n is null\ndone RSA2\nbegin SHA1ShortMsg\nE SHA1ShortMsg: a\\x01\n"
+            "E SHA1ShortMsg: b of c\nE SHA1ShortMsg: c\nE SHA1ShortMsg: d /r/SHA/resp/SHA1ShortMsg.rsp\nE SHA1ShortMsg: e\n"
+            "E SHA1ShortMsg: tail\nE -: stray\ndone SHA1\n");
+  using host::FileOutcome;
+  const struct { FileOutcome outcome; bool written; const char* message; } kWant[] = {
+      {FileOutcome::kRunnerError, true, "Key field not present"},
+      {FileOutcome::kRunnerError, false, "Couldn't open /t/TDES/req/TCBCMonte1.req"},
+      {FileOutcome::kAnswered, true, "the runner stops at the first test (RSA param n is null)"},
+      {FileOutcome::kNotAnswered, false, "cannot write R: full; a\\x01; b of c; c; d /r/SHA/resp/SHA1ShortMsg.rsp; and 2 more lines"}};
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    EXPECT_EQ(files[i].outcome, kWant[i].outcome) << files[i].name;
+    EXPECT_EQ(files[i].written, kWant[i].written) << files[i].name;
+    EXPECT_EQ(files[i].message, kWant[i].message);
   }
 }
 
-// By default the library's section titles are shown once each; with -q
-// only the files that have a problem, and one merely absent has none.
-TEST_F(HostRun, TitlesOnceByDefaultAndOnlyProblemsWhenQuiet) {
-  Shell("mkdir -p /tmp/tree/TDES/req && cp " + kSamples + "/TDES/req/TCBCvartext.req " + kSamples +
-        "/TDES/req/TCBCinvperm.req /tmp/tree/TDES/req/");
-  const ProgramResult run = Fipsval({"run", "--suite", "3DES", "/tmp/tree"});
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out.substr(0, 26), "TDES KAT\nTDES KAT VARTEXT\n");
-  EXPECT_EQ(run.out.find("TDES KAT VARTEXT", 20), std::string::npos) << run.out;
-  WriteFile("/tmp/tree/TDES/req/TCBCinvperm.req", "[ENCRYPT]\n");
-  const ProgramResult quiet = Fipsval({"run", "-q", "--suite", "3DES", "/tmp/tree"});
-  EXPECT_EQ(quiet.status, 1);
-  EXPECT_EQ(quiet.out.substr(0, quiet.out.find("\nrun: ")),
-            "not answered /tmp/tree/TDES/req/TCBCinvperm.req: not run, the library cannot read it right: "
-            "line 1: line ends in LF, not CR LF");
+// After a run: -q only the files with a problem, by default one line for a
+// suite none of whose files is in the tree, -v every file; and while it
+// runs, each title once and no library line at all with -q.
+TEST(RunConsole, SaysEachFileAtEachVerbosityAndEachTitleOnce) {
+  using host::FilePlan;
+  host::RunResult run;
+  run.tree = run.responses = "/t";
+  run.seconds = 2;
+  run.files = {File(fips_tv_hmac, "HMAC", FilePlan::kRun, host::FileOutcome::kAnswered),
+               File(fips_tv_sha1, "SHA1ShortMsg", FilePlan::kAbsent), File(fips_tv_sha1, "SHA1Monte", FilePlan::kAbsent),
+               File(fips_tv_3des, "TCBCMMT1", FilePlan::kRun, host::FileOutcome::kRunnerError, "Key field not present"),
+               File(fips_tv_3des, "TCBCMMT2", FilePlan::kAbsent)};
+  run.unhandled = {"/t/HMAC/req/X.req"};
+  const std::string problem = "runner error /t/TDES/req/TCBCMMT1.req: Key field not present\n";
+  const std::string absent = "not answered /t/TDES/req/TCBCMMT2.req: no request file\n";
+  const std::string totals = "run: 1 answered, 1 runner errors, 0 not answered, 3 without request file, 1 not "
+                             "handled; 1 responses written to /t/<DIR>/resp in 2.0 s\n";
+  const std::string kWant[] = {
+      problem + totals,
+      "answered     /t/HMAC/req/HMAC.req\nnot answered /t/SHA/req: no request file of suite SHA1\n" + problem +
+          absent + "not handled  /t/HMAC/req/X.req: no suite reads this file\n" + totals,
+      "answered     /t/HMAC/req/HMAC.req\nnot answered /t/SHA/req/SHA1ShortMsg.req: no request file\n"
+      "not answered /t/SHA/req/SHA1Monte.req: no request file\n" + problem + absent +
+          "not handled  /t/HMAC/req/X.req: no suite reads this file\n" + totals};
+  for (int verbosity = 0; verbosity <= 2; ++verbosity) {
+    EXPECT_EQ(CaptureStdout([&] { host::PrintRunSummary(run, verbosity); }), kWant[verbosity]);
+    const std::string live = CaptureStdout([&] {
+      host::RunConsole console(stdout, verbosity, false);
+      for (const char* title : {"TDES KAT", "TDES KAT", "TDES MMT"}) {
+        console.Printed(&run.files[3], host::LineKind::kTitle, title);
+      }
+      console.Printed(&run.files[3], host::LineKind::kProgress, "ENCRYPT");
+      console.Printed(nullptr, host::LineKind::kRunnerError, "bad\x01");
+    });
+    EXPECT_EQ(live, verbosity == 0 ? "" : "TDES KAT\nTDES MMT\nENCRYPT\nbad\\x01\n");
+  }
 }
 
 // A run killed part way leaves a record that says so, and no response of
@@ -231,10 +320,8 @@ TEST(RequestCheck, FindsWhatTheReaderCannotReadWithItsLine) {
   const struct { std::string text; int line; const char* cause; } kCases[] = {  // line 0: no finding
       {"Key = 0aF9\r\n\r\ne = 010001\r\r\n# Msg = zz\r\nPersonalizationString = \r\n", 0, ""},
       {"Key = 0a\r\nIV = 0g\r\n", 2, "IV has a character that is not a hex digit at column 7"},
-      {"a\r\nb\n", 2, "line ends in LF, not CR LF"},
       {"a\r\nb", 2, "last line does not end in CR LF"},
       {std::string("a\r\nb\0c\r\n", 8), 2, "NUL byte (the reader stops there)"},
-      {"\n", 1, "line ends in LF, not CR LF"},
   };
   for (const auto& c : kCases) {
     const auto findings = host::CheckRequest(c.text);
@@ -246,14 +333,6 @@ TEST(RequestCheck, FindsWhatTheReaderCannotReadWithItsLine) {
 }
 
 // --- the machine-readable result (--json, --junit) ---------------------------
-
-// The entry of `part` ("run" or "verify") for the file `name`, or null.
-json Entry(const json& doc, const char* part, const std::string& name) {
-  for (const json& file : doc.value(part, json::object()).value("files", json::array())) {
-    if (file["name"] == name) return file;
-  }
-  return nullptr;
-}
 
 class HostResult : public ::testing::Test {
  protected:
@@ -294,102 +373,83 @@ TEST_F(HostResult, RunVerifyOnGoodSamplesValidatesAndCountsEveryFile) {
   EXPECT_GE(files, 5u);
   EXPECT_EQ(doc["run"]["counts"]["answered"], files);
   EXPECT_EQ(doc["verify"]["counts"]["passed"], files);
-  EXPECT_EQ(Entry(doc, "verify", "HMAC")["verdict"], "PASS");
   // -q: one line per file and a line of totals for each phase.
   EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), files + 2) << r.out;
   EXPECT_HAS(ReadFile("/tmp/r.xml"), "tests=\"" + std::to_string(2 * files) + "\" failures=\"0\"");
   ExpectValid();
 }
 
-// A wrong expected answer, a request the library cannot read, a response
-// directory that is not there: exit 1, and the report says which file and why.
-TEST_F(HostResult, FailuresNameTheFileAndTheCause) {
-  std::string fax = ReadFile("/tmp/tree/SHA/fax/SHA1ShortMsg.fax");
-  WriteFile("/tmp/tree/SHA/fax/SHA1ShortMsg.fax", fax.replace(fax.find("MD = da39"), 9, "MD = 0a39"));
-  WriteFile("/tmp/tree/HMAC/req/HMAC.req", "[L=20]\n\nCount = 0\nKlen = 4\n");  // LF only
-  // part "verify": the file's verdict is FAIL; "run": it was not answered;
-  // nullptr: the document's error.
-  const struct { std::vector<std::string> args; const char *part, *name, *detail; } kCases[] = {
-      {{"run", "--verify", "--suite", "SHA1"}, "verify", "SHA1ShortMsg", "first difference"},
-      {{"run", "--suite", "HMAC", "--suite", "SHA1"}, "run", "HMAC", "not run"},
-      {{"verify", "--output", "/tmp/none"}, nullptr, "", "/tmp/none is not a directory"},
-  };
-  for (const auto& c : kCases) {
-    std::vector<std::string> args = c.args;
-    args.insert(args.end(), {"--json", "/tmp/r.json", "--junit", "/tmp/r.xml", "/tmp/tree"});
-    const ProgramResult r = Fipsval(args);
-    EXPECT_EQ(r.status, 1) << c.detail << r.out << r.err;
-    const json doc = json::parse(ReadFile("/tmp/r.json"), nullptr, false);
-    ASSERT_TRUE(doc.is_object()) << c.detail << ReadFile("/tmp/r.json");
-    EXPECT_EQ(doc["exit_status"], 1);
-    std::string detail = doc.value("error", "");
-    if (c.part) {
-      const json entry = Entry(doc, c.part, c.name);
-      ASSERT_TRUE(entry.is_object()) << doc.dump(1);
-      const bool verify = c.part == std::string("verify");
-      EXPECT_EQ(entry[verify ? "verdict" : "outcome"], verify ? "FAIL" : "not-answered");
-      detail = entry[verify ? "detail" : "message"];
-    }
-    EXPECT_HAS(detail, c.detail);
-    EXPECT_HAS(ReadFile("/tmp/r.xml"), "<failure");
-    ExpectValid();
-  }
-}
-
-// A run that stopped is a failed case of its own; files that verify skips
-// or stops are skipped cases that say why.
-TEST(HostJunit, StoppedRunsAndSkippedFilesHaveTheirCases) {
+// One report of every kind of file: the JSON validates under the schema and
+// names each failure with its cause; the JUnit XML is well-formed whatever a
+// message holds, one failed case a failure and one skipped case a file that
+// verify skips or stops at; a link at a report's name is replaced, its
+// target untouched.
+TEST_F(HostResult, ReportsNameEveryFailureValidateAndNeverFollowALink) {
+  using host::FilePlan;
+  using host::FileOutcome;
   host::RunResult run;
-  run.error = "stopped: disk full";
+  run.files = {File(fips_tv_aes, "CBC<&\"'>\u00e9", FilePlan::kRun, FileOutcome::kRunnerError,
+                    "bad \x01 \xff\xfe \xed\xa0\x80 \xef\xbf\xbe ]]> line\nnext"),
+               File(fips_tv_hmac, "HMAC", FilePlan::kRefused, FileOutcome::kNotAnswered, "not run, the library cannot read it"),
+               File(fips_tv_sha1, "SHA1Monte", FilePlan::kAbsent)};
+  run.stopped = host::Failed("the run stopped: Killed");
   host::VerifyTally tally;
-  tally.files = {{"SHA", "A", "SKIP", "no answers", 0}, {"RSA2", "B", "STOPPED", "by design", 0}};
-  host::ResultReport report;
-  report.run = &run;
-  report.verify = &tally;
-  const std::string xml = host::ResultJunit(report);
-  for (const char* part : {"<failure type=\"run\" message=\"stopped: disk full\">", "failures=\"1\"",
-                           "<skipped message=\"SKIP: no answers\"/>", "<skipped message=\"STOPPED: by design\"/>"}) {
-    EXPECT_HAS(xml, part);
-  }
-}
-
-// A report that cannot be written fails a run that did its work.
-TEST_F(HostResult, AReportThatCannotBeWrittenFailsTheRun) {
-  ASSERT_EQ(0, std::system("mkdir /tmp/out && mount -t tmpfs -o ro out /tmp/out"));
-  const ProgramResult r = Fipsval({"run", "--suite", "HMAC", "--json", "/tmp/out/r.json", "/tmp/tree"});
-  umount("/tmp/out");
-  EXPECT_EQ(r.status, 1);
-  EXPECT_HAS(r.err, "cannot write the report /tmp/out/r.json: Read-only file system");
-}
-
-TEST_F(HostResult, ReportPathsAreCheckedFirstAndNeverFollowALink) {
-  const ProgramResult r = Fipsval({"run", "--suite", "HMAC", "--json", "/tmp/none/r.json", "/tmp/tree"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_HAS(r.err, "the directory /tmp/none does not exist");
-  EXPECT_FALSE(FileExists("/tmp/tree/HMAC/resp/HMAC.rsp")) << "work done before the check";
-  EXPECT_EQ(Fipsval({"verify", "--junit", "/tmp", "/tmp/tree"}).status, 1);
-  EXPECT_EQ(Fipsval({"verify", "--json"}).status, 2);
-
-  // A link at the report's name is replaced, its target untouched; the
-  // hostile bytes of a runner message still give well-formed XML.
+  tally.files = {{"SHA", "A", "FAIL", "first difference\n  response line 3: MD = 0a", 0},
+                 {"SHA", "B", "SKIP", "no response", 0}, {"RSA2", "C", "STOPPED", "by design", 0},
+                 {"", "fipsval-run.json", "FAIL", "not read", 0}};
   WriteFile("/tmp/victim", "secret\n");
   ASSERT_EQ(symlink("/tmp/victim", "/tmp/r.xml"), 0);
-  host::RunResult run;
-  run.files.push_back({"AES", "CBC<&\"'>\u00e9", host::Outcome::kRunnerError,
-                       "bad \x01 \xff\xfe \xed\xa0\x80 \xef\xbf\xbe ]]> line\nnext", 0});
-  run.runner_errors = 1;
   host::ResultReport report;
   report.version = "0";
-  report.command = "run";
+  report.command = "run --verify";
   report.tree = report.responses = "/tmp/tree";
   report.run = &run;
+  report.verify = &tally;
   EXPECT_EQ(host::FinishReport(&report, {"/tmp/r.json", "/tmp/r.xml"}, 1), 1);
   EXPECT_EQ(ReadFile("/tmp/victim"), "secret\n");
-  struct stat st;
-  ASSERT_EQ(lstat("/tmp/r.xml", &st), 0);
-  EXPECT_TRUE(S_ISREG(st.st_mode));
-  EXPECT_HAS(ReadFile("/tmp/r.xml"), "name=\"CBC&lt;&amp;&quot;&apos;&gt;\u00e9\"");  // UTF-8 kept
+  EXPECT_FALSE(std::filesystem::is_symlink("/tmp/r.xml"));
+  const json doc = json::parse(ReadFile("/tmp/r.json"));
+  EXPECT_EQ(doc["exit_status"], 1);
+  EXPECT_EQ(doc["run"]["error"], "the run stopped: Killed");
+  EXPECT_EQ(doc["run"]["files"].size(), 2u) << "a file absent from the tree is not one of the run's";
+  EXPECT_EQ(doc["run"]["files"][1]["outcome"], "not-answered");
+  EXPECT_EQ(doc["run"]["counts"]["without_request"], 1);
+  EXPECT_HAS(doc["verify"]["files"][0]["detail"].get<std::string>(), "first difference");
+  const std::string xml = ReadFile("/tmp/r.xml");
+  for (const char* part : {"name=\"CBC&lt;&amp;&quot;&apos;&gt;\u00e9\"", "tests=\"7\" failures=\"5\"",
+                           "<failure type=\"run\" message=\"the run stopped: Killed\">",
+                           "<skipped message=\"SKIP: no response\"/>", "<skipped message=\"STOPPED: by design\"/>"}) {
+    EXPECT_HAS(xml, part);
+  }
   ExpectValid();
+}
+
+// Whichever report cannot be written, the exit status and every report that
+// was written say that the command failed, and why.
+TEST_F(HostResult, AReportThatCannotBeWrittenMakesTheOthersSaySo) {
+  Shell("mkdir -p /tmp/rdir/x");
+  host::VerifyTally tally;
+  tally.passed = 1;
+  tally.files = {{"SHA", "A", "PASS", "1 of 1 tests answered", 0}};
+  const std::string why = "cannot write the report /tmp/rdir: Is a directory";
+  for (const bool json_fails : {false, true}) {
+    Shell("rm -f /tmp/r.json /tmp/r.xml");
+    host::ResultReport report;
+    report.version = "0";
+    report.command = "verify";
+    report.tree = report.responses = "/tmp/tree";
+    report.verify = &tally;
+    const host::ReportPaths paths = json_fails ? host::ReportPaths{"/tmp/rdir", "/tmp/r.xml"}
+                                               : host::ReportPaths{"/tmp/r.json", "/tmp/rdir"};
+    EXPECT_EQ(host::FinishReport(&report, paths, 0), 1);
+    if (json_fails) {
+      EXPECT_HAS(ReadFile("/tmp/r.xml"), "<failure type=\"error\" message=\"" + why + "\">");
+    } else {
+      const json doc = json::parse(ReadFile("/tmp/r.json"));
+      EXPECT_EQ(doc["exit_status"], 1);
+      EXPECT_EQ(doc["error"], why);
+    }
+  }
 }
 
 }  // namespace

@@ -1,11 +1,13 @@
 // fipsval verify: completeness of a response against its request, the
-// comparison with the expected answers, the RSA answer checks, and the
-// verdicts over a tree.
+// comparison with the expected answers, the RSA answer checks, the
+// verdicts over a tree, and the reader it reads every file with.
 // Complete responses to whole NIST files are the conformance tests' part;
 // these are the gaps that must not pass.
 #include <gtest/gtest.h>
 #include <openssl/bn.h>
 #include <openssl/rsa.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
@@ -14,8 +16,9 @@
 #include <vector>
 
 #include "fipsval.h"
-#include "harness/openssl_ptr.h"
+#include "harness/owners.h"
 #include "harness/runners.h"
+#include "host/base/file_io.h"
 #include "host/verify/completeness.h"
 #include "host/verify/rsa_answer_checks.h"
 #include "host/verify/verify.h"
@@ -25,6 +28,11 @@ namespace fipsval::testing {
 namespace {
 
 namespace fs = std::filesystem;
+
+const host::RequestShape* Shape(std::string_view name) {
+  const host::RequestProfile* profile = host::FindRequestProfile(name);
+  return profile ? profile->shape : nullptr;
+}
 
 // n AES Monte Carlo records, numbered from 0, record `skip` left out.
 std::string Records(int n, int skip = -1) {
@@ -66,19 +74,33 @@ TEST(Completeness, EveryTestOfTheRequestIsAnswered) {
        "response line 4: x: more than the request asks for"},
   };
   for (const auto& c : kCases) {
-    const host::Completeness got = host::CheckCompleteness(c.name, Crlf(c.request), Crlf(c.response));
-    EXPECT_EQ(got.ok, *c.problem == '\0') << c.name << ": " << got.detail;
-    EXPECT_TRUE(got.detail.starts_with(c.problem)) << c.name << "\n  got:  " << got.detail
-                                                   << "\n  want: " << c.problem;
+    const host::Completeness got =
+        host::CheckCompleteness(*Shape(c.name), Crlf(c.request), Crlf(c.response));
+    const std::string& detail = got.status.message();
+    EXPECT_EQ(got.status.ok(), *c.problem == '\0') << c.name << ": " << detail;
+    EXPECT_TRUE(detail.starts_with(c.problem)) << c.name << "\n  got:  " << detail
+                                               << "\n  want: " << c.problem;
   }
 }
 
-TEST(Verify, PartialComparisonLetsOnlyTheExpectedFileGoOn) {
-  using host::CompareWithExpected;
-  // partial: the expected file may go on (its request was longer), not the response.
-  EXPECT_FALSE(CompareWithExpected("X", "a\n", "a\nb\n", false).ok);
-  EXPECT_TRUE(CompareWithExpected("X", "a\n", "a\nb\n", true).ok);
-  EXPECT_FALSE(CompareWithExpected("X", "a\nb\n", "a\n", true).ok);
+// Line by line; partial: the expected file may go on (its request was
+// longer), not the response; DRBG answers of other mechanisms than the
+// runner's are not compared.
+TEST(Verify, ComparisonWithTheExpectedAnswers) {
+  const std::string other = "[AES-128 use df]\nReturnedBits = aa\n", ours = "[AES-256 use df]\nReturnedBits = aa\n";
+  const struct { const char *name, *response, *expected; bool partial; const char* problem; } kCases[] = {
+      {"HMAC", "a\n", "a\nb\n", false, "response ends early\n  expected line 2: b"},
+      {"HMAC", "a\n", "a\nb\n", true, ""},
+      {"HMAC", "a\nb\n", "a\n", true, "response has more lines than expected\n  response line 2: b"},
+      {"HMAC", "a\nMac = 01\n", "a\nMac = 02\n", false, "first difference\n  response line 2: Mac = 01\n  expected line 2: Mac = 02"},
+      {"CTR_DRBG", "[AES-128 use df]\nReturnedBits = bb\n", other.c_str(), false, ""},
+      {"CTR_DRBG", "[AES-256 use df]\nReturnedBits = bb\n", ours.c_str(), false, "first difference"},
+  };
+  for (const auto& c : kCases) {
+    const host::Comparison got = host::CompareWithExpected(*Shape(c.name), c.response, c.expected, c.partial);
+    EXPECT_TRUE(got.status.message().starts_with(c.problem) && got.status.ok() == !*c.problem)
+        << c.response << ": " << got.status.message();
+  }
 }
 
 class VerifyTree : public ::testing::Test {
@@ -141,7 +163,7 @@ TEST_F(VerifyTree, LinksAreNotFollowed) {
   EXPECT_EQ(tally_.failed, 3);
   EXPECT_EQ(out.find("SECRET"), std::string::npos) << out;
   for (const char* file : {"fax/SHA1ShortMsg.fax", "resp/SHA1LongMsg.rsp", "req/SHA1Monte.req"}) {
-    EXPECT_HAS(out, "/tmp/t/SHA/" + std::string(file) + " not read: a symbolic link (not followed)");
+    EXPECT_HAS(out, "/tmp/t/SHA/" + std::string(file) + " not read: it is a symbolic link (not followed)");
   }
 }
 
@@ -157,6 +179,39 @@ TEST_F(VerifyTree, RunRecordAndOutputDirectory) {
   EXPECT_EQ(tally_.complete_only, 1);
   EXPECT_HAS(out, "a run that did not finish (started 2026-01-01T00:00:00Z)");
   EXPECT_HAS(out, "FAIL SHA/SHA1LongMsg: the recorded run did not answer it (runner-error: Msg field not present)");
+}
+
+// The one file reader: links, FIFOs, paths out of the tree and files over
+// the cap refused, with a status that says which (kind and message).
+TEST(HostFileIo, TheTreeReaderSaysWhatItRefusedAndNeverFollowsALink) {
+  std::filesystem::remove_all("/tmp/t");
+  std::filesystem::create_directories("/tmp/t/SHA/req");
+  WriteFile("/tmp/t/SHA/req/ok.req", "ok\r\n");
+  WriteFile("/tmp/secret", "SECRET\n");
+  std::filesystem::create_symlink("/tmp/secret", "/tmp/t/SHA/req/link.req");
+  std::filesystem::create_symlink("/tmp/t/SHA", "/tmp/t/LINK");
+  ASSERT_EQ(mkfifo("/tmp/t/SHA/req/fifo.req", 0600), 0);
+  ASSERT_EQ(truncate("/tmp/t/SHA/req/ok.req", (1 << 20) + 1), 0);
+  const struct { const char* path; host::StatusKind kind; const char* message; } kCases[] = {
+      {"SHA/req/ok.req", host::StatusKind::kRefused, "larger than 1 MiB"},
+      {"SHA/req/link.req", host::StatusKind::kRefused, "it is a symbolic link (not followed)"},
+      {"LINK/req/ok.req", host::StatusKind::kRefused, "LINK/ is a symbolic link (not followed)"},
+      {"SHA/req/fifo.req", host::StatusKind::kRefused, "not a regular file"},
+      {"SHA/../SHA/req/ok.req", host::StatusKind::kRefused, "a path that leaves the tree"},
+      {"SHA/req/none.req", host::StatusKind::kMissing, "No such file or directory"},
+      {"AES/req/ok.req", host::StatusKind::kMissing, "no AES/"},
+  };
+  for (const auto& c : kCases) {
+    std::string content = "untouched";
+    const host::Status read = host::ReadTreeFile("/tmp/t", c.path, std::size_t{1} << 20, &content);
+    EXPECT_EQ(read.kind(), c.kind) << c.path;
+    EXPECT_EQ(read.message(), c.message) << c.path;
+    EXPECT_EQ(content.find("SECRET"), std::string::npos);
+  }
+  ASSERT_EQ(truncate("/tmp/t/SHA/req/ok.req", 4), 0);
+  std::string content;
+  EXPECT_TRUE(host::ReadTreeFile("/tmp/t", "SHA/req/ok.req", 4, &content).ok());
+  EXPECT_EQ(content, "ok\r\n");
 }
 
 // --- the RSA answer checks: the runners' own responses pass, each wrong
@@ -180,8 +235,8 @@ void ExpectCases(const std::function<host::AnswerCheck(const std::string&)>& che
                  std::initializer_list<std::pair<Edit, const char*>> cases) {
   for (const auto& [edit, problem] : cases) {
     const host::AnswerCheck a = check(edit(good));
-    EXPECT_EQ(a.ok, *problem == '\0') << a.problem;
-    EXPECT_EQ(a.problem, problem);
+    EXPECT_EQ(a.status.ok(), *problem == '\0') << a.status.message();
+    EXPECT_EQ(a.status.message(), problem);
   }
 }
 
@@ -194,7 +249,10 @@ TEST(RsaAnswerChecks, SigGen) {
   const auto line_at = [&](std::size_t at) { return response.substr(at, response.find('\r', at) - at); };
   const std::size_t n1 = response.find("n = ");
   const std::string first_n = line_at(n1), second_n = line_at(response.find("n = ", n1 + 1));
-  ExpectCases(host::CheckSigGenAnswers, response,
+  const auto check = [](const std::string& text) {
+    return host::CheckSigGenAnswers(*Shape("SigGen15_186-3"), text);
+  };
+  ExpectCases(check, response,
               {{kSame, ""},
                {Replace("S = ", "S = 00", "SHA256"),
                 "line 20: S does not verify under the section's n and e with SHA256"},
@@ -242,7 +300,9 @@ TEST(RsaAnswerChecks, SigVerStopsAtTheFirstSupportedTest) {
   const std::string head =
       Crlf("[mod = 1024]\n\nn = 0a\n\nSHAAlg = SHA224\ne = 03\nMsg = 00\nS = 01\n\nSHAAlg = SHA384\n");
   const std::string request = head + Crlf("e = 03\nMsg = 00\nS = 01\n");
-  const auto check = [&](const std::string& response) { return host::CheckSigVerAnswers(request, response); };
+  const auto check = [&](const std::string& response) {
+    return host::CheckSigVerAnswers(*Shape("SigVer15_186-3"), request, response);
+  };
   ExpectCases(check, head,
               {{kSame, ""},
                {[&](std::string) { return request; },

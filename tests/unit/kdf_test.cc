@@ -200,7 +200,7 @@ TEST(Kdf, FailuresStopWithTheirMessage) {
        SshHeader("[SHA-1]", 64, 328).substr(0, 85)},
       // The IVs come from the same derivation and are bounded alike.
       {test_ssh_from_stream, SshHeader("[SHA-256]", 520, 128),
-       "The encryption key length is over limit 65(64)\n", "*"},
+       "The IV length is over limit 65(64)\n", "*"},
       {test_ssh_from_stream, ssh + "H = 00\n",
        "H = 00\r\n\nK =  field not present\nProblem parse K = \n", ssh},
       {test_ssh_from_stream, ssh + "K = " + std::string(2050, 'a') + "\n",
