@@ -62,14 +62,19 @@ const Command kCommands[] = {
      "/tmp/resp is private to the export (see run: Security).\n"
      "Exit: 0 written; 1 the export failed.",
      RunEntropy},
-    {"run", "run [--list L] [--suite NAME]... [--output DIR] [--verify] [--json FILE] [--junit FILE] [CAVP_DIR]",
+    {"run", "run [--list L] [--suite NAME]... [--output DIR] [--verify] [--require-evidence] [--accept-lf] [--json FILE] [--junit FILE] [CAVP_DIR]",
      "Runs suites over a CAVP tree: each request <CAVP_DIR>/<DIR>/req/<name>.req\n"
      "(never through a link) is checked, staged alone into /tmp/req, and its\n"
      "response written to <DIR>/resp/<name>.rsp under DIR (--output) or the\n"
      "tree. Lists: ops, ssl, rbg, wf, all (default: every suite). Prints one\n"
      "line per request file (answered, runner error, not answered), the files\n"
-     "no suite reads, and a total; writes fipsval-run.json beside the responses.\n"
-     "--verify then checks the responses as `verify` does (--strict, --partial).\n"
+     "no suite reads, and a total. A response that stops short of its request or\n"
+     "skips a test is a runner error. Each response is recorded in the evidence\n"
+     "<DIR>/resp/fipsval-evidence.json beside it (digests of request and response,\n"
+     "outcome, time, the module, command line and host); a run replaces only the\n"
+     "entries of the files it ran. --verify then checks the responses as `verify`\n"
+     "does (--require-evidence, --partial). A request with LF line ends is\n"
+     "refused (the library reads CR LF); --accept-lf converts it when staged.\n"
      "Without CAVP_DIR, runs the bundled sample requests in a fresh copy under\n"
      "the data directory and verifies them. Progress (suite, file, elapsed) goes\n"
      "to standard error on a terminal, or always with -v; -q prints problems only.\n"
@@ -81,17 +86,21 @@ const Command kCommands[] = {
      "mode-0700 directories and one run at a time holds /tmp/.fipsval.lock.\n"
      "Exit: 0 every request present was answered; 1 otherwise; 2 usage.",
      RunRun},
-    {"verify", "verify [--list L] [--suite NAME]... [--strict] [--partial] [--output DIR] [--json FILE] [--junit FILE] CAVP_DIR",
+    {"verify", "verify [--list L] [--suite NAME]... [--allow-missing] [--require-evidence] [--partial] [--output DIR] [--json FILE] [--junit FILE] CAVP_DIR",
      "Checks every response <DIR>/resp/<name>.rsp against its request\n"
      "<DIR>/req/<name>.req: every test answered, in order. Then compares it with\n"
      "the expected answers <DIR>/fax/<name>.fax (blank lines ignored) or checks\n"
      "the RSA answers that are random (SigGen signatures, generated keys).\n"
      "Verdicts: PASS; FAIL; COMPLETE (no .fax: checked for completeness only);\n"
      "STOPPED (SigVer: the runner ends at its first test by design); SKIP (no\n"
-     "response). Reads the run record fipsval-run.json when present. No file\n"
-     "is read through a symbolic link. --output DIR: the responses are under\n"
-     "DIR (run --output). --strict fails requests without a response;\n"
-     "--partial lets a response end before its .fax (shortened requests).\n"
+     "response, with --allow-missing; without it, a FAIL). Provenance is judged\n"
+     "apart: the evidence <DIR>/resp/fipsval-evidence.json must record the\n"
+     "response, made for this very request (both SHA-256 digests); a response it\n"
+     "contradicts is a FAIL, one without evidence (a vendor's) is judged on its\n"
+     "answers and said to have \"no evidence\" (a FAIL with --require-evidence).\n"
+     "No file is read through a symbolic link. --output DIR: the responses are\n"
+     "under DIR (run --output). --partial lets a response end before its .fax\n"
+     "(shortened requests).\n"
      "--json FILE and --junit FILE write each file's verdict, detail and seconds\n"
      "and the counts as JSON or JUnit XML (as for run).\n"
      "Exit: 0 every response complete and right; 1 otherwise, or nothing checked.",
@@ -188,8 +197,15 @@ constexpr GlobalOption kPathOptions[] = {
     {"--error-mode-file", &HostSettings::error_mode_file},
 };
 
+std::string& MutableCommandLine() {
+  static std::string line;
+  return line;
+}
+
 int Main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
+  MutableCommandLine() = "fipsval";
+  for (const std::string& arg : args) MutableCommandLine() += " " + arg;
   std::vector<std::string> rest;
   bool help = false;
   HostSettings& settings = Settings();
@@ -234,7 +250,10 @@ int Main(int argc, char** argv) {
     return Usage("no command given");
   }
   const Command* command = FindCommand(rest[0]);
-  if (!command) return Usage("unknown command ", rest[0]);
+  if (!command) {
+    return Usage(rest[0].starts_with("-") ? "unknown option " : "unknown command ",
+                 rest[0]);
+  }
   if (help) return PrintHelp({command->name});
   return command->run({rest.begin() + 1, rest.end()});
 }
@@ -242,6 +261,8 @@ int Main(int argc, char** argv) {
 }  // namespace
 
 const char* ProgramVersion() { return FIPSVAL_VERSION; }
+
+const std::string& CommandLine() { return MutableCommandLine(); }
 
 }  // namespace fipsval::host
 

@@ -23,10 +23,12 @@ std::vector<RequestFinding> CheckRequest(std::string_view text,
 // Every request file of the suites (each suite once, in order), read from
 // the tree open at tree_fd: planned kRun with its text, kAbsent ("no
 // request file"), or kRefused with the reason. Paths are shown under
-// `tree` and, for responses, `responses`.
+// `tree` and, for responses, `responses`. With accept_lf, LF-only line ends
+// are made CR LF before the text is checked and staged.
 std::vector<FileRun> PlanFiles(int tree_fd, const std::string& tree,
                                const std::string& responses,
-                               const std::vector<const fips_tv*>& suites);
+                               const std::vector<const fips_tv*>& suites,
+                               bool accept_lf = false);
 
 // Request files in the suites' req folders that no suite reads, as paths
 // under `tree`.

@@ -28,6 +28,7 @@ int RecordLines(const RequestShape& shape) {
 
 // Where the request reader stands, for the DRBG's sections.
 struct Section {
+  std::string_view group;      // the last "[...]" line
   std::string_view mechanism;  // the last "[... df]" line
   bool past_target = false;    // an "[AES-256 use df]" line was seen
 };
@@ -51,7 +52,14 @@ int ExpectedAnswers(const RequestShape& shape, std::string_view line,
     return line.starts_with(shape.test_tag) ? answers : kNotATest;
   };
   switch (shape.layout) {
-    case Layout::kTests: return test(shape.answers_per_test);
+    case Layout::kTests:
+      if (!shape.answered_sections.empty() &&
+          std::find(shape.answered_sections.begin(),
+                    shape.answered_sections.end(),
+                    section.group) == shape.answered_sections.end()) {
+        return test(0);
+      }
+      return test(shape.answers_per_test);
     case Layout::kMonteCarlo:
     case Layout::kShaMonte:
       return test(shape.monte_records * RecordLines(shape));
@@ -110,6 +118,7 @@ std::vector<Item> ReadRequest(const RequestShape& shape,
   const std::vector<Line> lines = NonBlankLines(request);
   for (std::size_t i = 0; i < lines.size(); ++i) {
     const Line& line = lines[i];
+    if (line.text.starts_with("[")) section.group = line.text;
     if (line.text.starts_with("[") && line.text.ends_with(" df]")) {
       section.mechanism = line.text;
       section.past_target =
@@ -218,7 +227,11 @@ Status Matcher::Take(const Line& got) {
 Status Matcher::Answer(std::string_view tag, const Line& got) {
   if (!open_ || open_->expected == 0) {
     return Refused("response " + Shown(got) +
-                   ": an answer where the request has no test to answer");
+                   (open_ && !shape_.answered_sections.empty()
+                        ? ": an answer under a section the runner does not "
+                          "know, which cannot be right"
+                        : ": an answer where the request has no test to "
+                          "answer"));
   }
   // Monte Carlo records are numbered from 0 within their seed.
   const int per_record = RecordLines(shape_);

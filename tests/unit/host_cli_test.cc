@@ -104,7 +104,9 @@ TEST_F(HostCli, SelftestPassesAndEachForcedFailureEntersTheErrorMode) {
 // standard output; a failing run is status 1.
 TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
   ResetVectorDirs();
-  std::system("mkdir -p /tmp/empty /tmp/tree/SHA/req && touch /tmp/tree/SHA/req/SHA1Monte.req");
+  std::system("mkdir -p /tmp/empty /tmp/tree/SHA/req /tmp/rsa/RSA2/req && touch /tmp/tree/SHA/req/SHA1Monte.req && "
+              "printf '[mod = 2048]\\r\\n\\r\\nN = 1000000\\r\\n' > /tmp/rsa/RSA2/req/KeyGen_RandomProbablyPrime3_3.req && "
+              "mkfifo /tmp/fifo");
   ASSERT_EQ(mount("/tmp/tree", "/tmp/tree", nullptr, MS_BIND, nullptr), 0);
   mount(nullptr, "/tmp/tree", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr);
   const struct {
@@ -129,6 +131,10 @@ TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
       {{"verify", "--junit", "/tmp", "/tmp/tree"}, 1, "the report /tmp names a directory"},
       {{"verify", "--json"}, 2, "verify: --json needs a file"},
       {{"entropy", "many"}, 2, ""},
+      {{"entropy", "0"}, 2, "entropy: the number of samples must be at least 1, not 0"},
+      {{"--bogus"}, 2, "unknown option --bogus"},
+      {{"--config-digest", "/tmp/fifo", "update-config"}, 1, "cannot write /tmp/fifo: not a regular file"},
+      {{"--config", "/tmp/fifo", "update-config"}, 1, "cannot read /tmp/fifo: not a regular file"},
       {{"entropy", "--output"}, 2, "entropy: --output needs a directory"},
       {{"acvp", "--check", "--prompt"}, 2, "acvp --check: --prompt needs a file"},
       {{"frobnicate"}, 2, "(see fipsval --help)"},
@@ -137,6 +143,10 @@ TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
   for (const auto& c : cases) {
     EXPECT_TRUE(Ran(Fipsval(c.args), c.status, c.says, ""));
   }
+  const Result keys = Fipsval({"run", "--suite", "RSA2", "/tmp/rsa"});
+  EXPECT_EQ(keys.status, 1);
+  EXPECT_TRUE(Has(keys.out, "KeyGen_RandomProbablyPrime3_3.req: not run: line 3: asks for 1000000 keys, at most 100"))
+      << keys.out;
   umount("/tmp/tree");
   EXPECT_FALSE(FileExists("/data/etc/katfail") || FileExists("/tmp/tree/SHA/resp"));
   EXPECT_TRUE(Ran(Fipsval({"entropy", "3"}), 0));
