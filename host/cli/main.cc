@@ -32,7 +32,8 @@ const Command kCommands[] = {
      "Runs the power-on self-tests (fips_self_tests) and prints their progress.\n"
      "With --force NAME, first writes NAME (no newline) to /data/etc/katfail so\n"
      "that the named test fails once: AES, SHA1-HMAC, SHA256-HMAC, 3DES, RSA,\n"
-     "RNG, Firmware-integrity or Configuration. The library deletes the marker.\n"
+     "RNG, Firmware-integrity or Configuration (any case; the marker gets this\n"
+     "spelling). The library deletes the marker. -q: nothing but failures.\n"
      "Exit: 0 all passed; 3 a test failed and the library entered the error mode\n"
      "(the mask is printed on standard error, the error text is appended to the\n"
      "error log and recorded in the error-mode file).",
@@ -50,7 +51,8 @@ const Command kCommands[] = {
      RunUpdateConfig},
     {"kat", "kat NAME... [--force]",
      "Runs single known-answer tests: aes, sha1-hmac, sha256-hmac, 3des, rsa,\n"
-     "native-aes (the library's own AES engine), or all. --force makes them fail.\n"
+     "native-aes (the library's own AES engine), or all (any case). --force makes\n"
+     "them fail.\n"
      "Exit: 0 all passed; 1 a test failed.",
      RunKat},
     {"entropy", "entropy COUNT [--output DIR]",

@@ -1,6 +1,7 @@
 #include "host/run/run_plan.h"
 
 #include <dirent.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdlib>
@@ -212,6 +213,15 @@ std::vector<std::string> UnhandledRequests(
   }
   std::set<std::string> dirs;
   for (const fips_tv* suite : suites) dirs.insert(suite->dir);
+  // Folders that no suite reads at all (ECDSA/req, say) are listed too:
+  // a lab must see that nothing answered them.
+  std::set<std::string> known;
+  for (const fips_tv* suite : AllSuites()) known.insert(suite->dir);
+  if (UniqueFd top(dup(tree_fd)); top) {
+    for (const std::string& name : NamesIn(std::move(top))) {
+      if (name != "." && name != ".." && !known.count(name)) dirs.insert(name);
+    }
+  }
   std::vector<std::string> unhandled;
   for (const std::string& dir_name : dirs) {
     UniqueFd dir, req;

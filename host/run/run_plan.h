@@ -30,8 +30,8 @@ std::vector<FileRun> PlanFiles(int tree_fd, const std::string& tree,
                                const std::vector<const fips_tv*>& suites,
                                bool accept_lf = false);
 
-// Request files in the suites' req folders that no suite reads, as paths
-// under `tree`.
+// Request files that no suite reads, as paths under `tree`: in the selected
+// suites' req folders, and in the req folder of any folder no suite knows.
 std::vector<std::string> UnhandledRequests(
     int tree_fd, const std::string& tree,
     const std::vector<const fips_tv*>& suites);

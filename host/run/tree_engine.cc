@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -30,6 +31,22 @@ bool HasRequests(int tree, const std::vector<const fips_tv*>& suites) {
   return false;
 }
 
+// The output directory is made when missing; a link at its name is not
+// followed: the responses of a run as root must not land where another
+// user points them.
+Status OpenOutput(const std::string& path, UniqueFd* root) {
+  if (mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) return FromErrno(errno);
+  *root = UniqueFd(
+      open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (*root) return Ok();
+  const int error = errno;
+  struct stat st;
+  if (lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+    return Refused("it is a symbolic link (not followed)");
+  }
+  return error == ENOTDIR ? Refused("not a directory") : FromErrno(error);
+}
+
 // Opens the tree and the response root, and locks the root: two runs
 // answering into one place would mix their responses.
 Status OpenRoots(const RunOptions& options, const std::string& root_name,
@@ -44,8 +61,7 @@ Status OpenRoots(const RunOptions& options, const std::string& root_name,
   }
   if (options.output.empty()) {
     *root = UniqueFd(dup(tree->get()));
-  } else if (Status s = OpenGivenDirectory(options.output, 0755, root);
-             !s.ok()) {
+  } else if (Status s = OpenOutput(options.output, root); !s.ok()) {
     return s.Prefixed("cannot use the output directory " + options.output +
                       ": ");
   }

@@ -108,16 +108,26 @@ struct Item {
   Role role;
   int expected;  // answer lines of the test it begins, or kNotATest
   int answers = 0;
+  long answer_digits = -1;  // DRBG: hex digits of ReturnedBits, or -1
 };
+
+constexpr std::string_view kReturnedBitsLen = "[ReturnedBitsLen = ";
+constexpr std::string_view kReturnedBits = "ReturnedBits = ";
 
 std::vector<Item> ReadRequest(const RequestShape& shape,
                               std::string_view request) {
   std::vector<Item> items;
   Section section;
   bool first_test_seen = false;
+  long returned_bits = -1;  // of the DRBG section in force
   const std::vector<Line> lines = NonBlankLines(request);
   for (std::size_t i = 0; i < lines.size(); ++i) {
     const Line& line = lines[i];
+    if (line.text.starts_with(kReturnedBitsLen)) {
+      returned_bits = std::strtol(
+          std::string(line.text.substr(kReturnedBitsLen.size())).c_str(),
+          nullptr, 10);
+    }
     if (line.text.starts_with("[")) section.group = line.text;
     if (line.text.starts_with("[") && line.text.ends_with(" df]")) {
       section.mechanism = line.text;
@@ -143,6 +153,10 @@ std::vector<Item> ReadRequest(const RequestShape& shape,
                          line.text.starts_with(shape.droppable);
     items.push_back(
         {line, dropped ? Role::kMayBeDropped : Role::kCopied, expected});
+    if (shape.layout == Layout::kDrbgSections && expected > 0 &&
+        returned_bits > 0 && returned_bits % 8 == 0) {
+      items.back().answer_digits = returned_bits / 4;
+    }
   }
   return items;
 }
@@ -240,6 +254,13 @@ Status Matcher::Answer(std::string_view tag, const Line& got) {
        got.text.substr(tag.size()) !=
            std::to_string(open_->answers / per_record))) {
     return Refused("response " + Shown(got) + ": records out of order");
+  }
+  if (tag == kReturnedBits && open_->answer_digits >= 0 &&
+      static_cast<long>(got.text.size() - tag.size()) != open_->answer_digits) {
+    return Refused("response " + Shown(got) + ": " +
+                   std::to_string(got.text.size() - tag.size()) +
+                   " hex digits, where the section asks for " +
+                   std::to_string(open_->answer_digits));
   }
   ++open_->answers;
   return Ok();

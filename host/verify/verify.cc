@@ -120,6 +120,25 @@ Judgement CheckSigVer(const RequestShape& shape, const std::string& request,
                               " request lines copied"};
 }
 
+// Without expected answers, what can still be judged: a digest, MAC or
+// DRBG output of 8 bytes or more that is all zero bytes is not the output
+// of a working module (a chance of 2^-64 at most).
+Status CheckNotAllZero(const std::string& response) {
+  for (const Line& line : NonBlankLines(response)) {
+    for (std::string_view tag : {"MD = ", "Mac = ", "ReturnedBits = "}) {
+      if (!line.text.starts_with(tag)) continue;
+      const std::string_view value = line.text.substr(tag.size());
+      if (value.size() >= 16 &&
+          value.find_first_not_of('0') == std::string_view::npos) {
+        return Refused("response " + QuoteLine(line, kShown) +
+                       ": all zero bytes, which a working module does not "
+                       "answer");
+      }
+    }
+  }
+  return Ok();
+}
+
 // Value checks of a complete response.
 Judgement CheckValues(const RequestShape& shape, const std::string& response,
                       const std::optional<std::string>& expected,
@@ -139,6 +158,9 @@ Judgement CheckValues(const RequestShape& shape, const std::string& response,
                                             : " keys checked")};
   }
   if (!expected) {
+    if (Status zero = CheckNotAllZero(response); !zero.ok()) {
+      return Fail(zero.message());
+    }
     return {Verdict::kCompleteOnly,
             answered + "; checked for completeness only: no .fax"};
   }

@@ -95,7 +95,7 @@ TEST_F(HostAttack, PlantedStagingPathsDoNotReachTheRun) {
   EXPECT_HAS(ReadFile("/tmp/tree/HMAC/resp/HMAC.rsp"), "Mac = ");
   const ProgramResult entropy = Fipsval({"entropy", "2"});
   EXPECT_EQ(entropy.status, 1);
-  EXPECT_HAS(entropy.err, "/tmp/resp belongs to uid 65534");
+  EXPECT_HAS(entropy.err, "(uid 65534), not to this user: refused (left by their run");
 }
 
 // Where a user gets no private staging (uid 65533 here), the shared paths
@@ -108,7 +108,7 @@ TEST_F(HostAttack, SharedStagingRefusesPathsItDoesNotOwnAndASecondRun) {
   }
   ASSERT_EQ(probe.status, 0) << probe.out << probe.err;
   const struct { const char* attack, *message; } kCases[] = {
-      {"mkdir /tmp/req", "/tmp/req belongs to uid 65534, not to this user: refused"},
+      {"mkdir /tmp/req", "(uid 65534), not to this user: refused (left by their run: they or root must remove it)"},
       {"ln -s /tmp/victim /tmp/resp", "/tmp/resp is not a directory (a link or a file): refused"},
   };
   for (const auto& c : kCases) {
@@ -126,7 +126,7 @@ TEST_F(HostAttack, SharedStagingRefusesPathsItDoesNotOwnAndASecondRun) {
   for (const auto& args : kSecond) {
     const ProgramResult r = Fipsval(args, 65533);
     EXPECT_EQ(r.status, 1) << args[0];
-    EXPECT_HAS(r.err, "another fipsval run or entropy export is using");
+    EXPECT_HAS(r.err, "another fipsval run or entropy export is using /tmp/req and /tmp/resp by root (uid 0), process ");
   }
   close(lock);
 }
@@ -151,8 +151,9 @@ TEST_F(HostRun, ConcurrentRunsAreIndependentOrRefused) {
 
 // What the engine makes of one request file in each shape it meets: its
 // plan, outcome and message in the result and the evidence; a response that
-// stops short of its request is a runner error; a file no suite handles is
-// listed, a stale response never survives.
+// stops short of its request is a runner error; a file no suite handles,
+// in a suite's folder or one no suite knows, is listed; a stale response
+// never survives.
 TEST_F(HostRun, TheEngineGivesEveryRequestFileItsOutcomeAndMessage) {
   using host::FilePlan;
   using host::FileOutcome;
@@ -173,6 +174,7 @@ TEST_F(HostRun, TheEngineGivesEveryRequestFileItsOutcomeAndMessage) {
       {"->/tmp/victim", FilePlan::kRefused, FileOutcome::kNotAnswered,
        "cannot read it: it is a symbolic link (not followed)"},
   };
+  Shell("mkdir -p /tmp/tree/ECDSA/req && touch /tmp/tree/ECDSA/req/SigGen.req");  // no suite knows ECDSA
   for (const auto& c : kCases) {
     Shell("rm -rf /tmp/tree/HMAC && mkdir -p /tmp/tree/HMAC/req /tmp/tree/HMAC/resp");
     WriteFile("/tmp/tree/HMAC/req/CFB8.req", "x\r\n");
@@ -189,7 +191,8 @@ TEST_F(HostRun, TheEngineGivesEveryRequestFileItsOutcomeAndMessage) {
     EXPECT_EQ(file->outcome, c.outcome) << c.message;
     EXPECT_EQ(file->message, c.message);
     EXPECT_EQ(run.Succeeded(), c.outcome == FileOutcome::kAnswered) << c.message;
-    EXPECT_EQ(run.unhandled, std::vector<std::string>{"/tmp/tree/HMAC/req/CFB8.req"});
+    EXPECT_EQ(run.unhandled,
+              (std::vector<std::string>{"/tmp/tree/ECDSA/req/SigGen.req", "/tmp/tree/HMAC/req/CFB8.req"}));
     // The evidence lists the responses made, with their outcome and digests.
     const json evidence =
         json::parse(FileExists(kEvidence) ? ReadFile(kEvidence) : "{\"files\": []}");

@@ -73,6 +73,13 @@ TEST(Completeness, EveryTestOfTheRequestIsAnswered) {
       {"CBCMCT128", mct, Records(101, 50), "response line 302: COUNT = 51: records out of order"},
       {"tls", "COUNT = 0\n", "COUNT = 0\nmaster_secret = 00\nkey_block = 00\nx\n",
        "response line 4: x: more than the request asks for"},
+      // A DRBG answer of another length than its section asks for.
+      {"CTR_DRBG", "[AES-256 use df]\n[ReturnedBitsLen = 64]\n\nCOUNT = 0\nEntropyInput = 00\n",
+       "[AES-256 use df]\n[ReturnedBitsLen = 64]\nCOUNT = 0\nEntropyInput = 00\nReturnedBits = 00ff\n",
+       "response line 5: ReturnedBits = 00ff: 4 hex digits, where the section asks for 16"},
+      // The HMAC runner answers [L=28] with another digest: no answer there is right.
+      {"HMAC", "[L=28]\n\nCount = 0\nMsg = 00\n", "[L=28]\nCount = 0\nMsg = 00\nMac = 01\n",
+       "response line 4: Mac = 01: an answer under a section the runner does not know"},
   };
   for (const auto& c : kCases) {
     const host::Completeness got =
@@ -141,6 +148,9 @@ TEST_F(VerifyTree, NothingCheckedFailsAndNoFaxIsSaid) {
   EXPECT_EQ(tally_.failed, 0);
   EXPECT_HAS(out, "COMPLETE SHA/SHA1ShortMsg (1 of 1 tests answered; checked for completeness only: no .fax; "
                   "no evidence)");
+  // Without a .fax, an all-zero digest still cannot be right.
+  Make({{"SHA/req/SHA1ShortMsg.req", sha_req_}, {"SHA/resp/SHA1ShortMsg.rsp", sha_req_ + "MD = 0000000000000000\n"}});
+  EXPECT_HAS(Verify({&fips_tv_sha1}), "FAIL SHA/SHA1ShortMsg: response line 5: MD = 0000000000000000: all zero bytes");
 }
 
 // Only the requests the tree has are asked for; SigVer is said to stop.
