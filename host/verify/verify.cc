@@ -147,7 +147,11 @@ Judgement CheckValues(const RequestShape& shape, const std::string& response,
       shape.layout == Layout::kCopiedThrough
           ? std::string("copied through, the runner answers no test in it")
           : std::to_string(complete.answered) + " of " +
-                std::to_string(complete.tests) + " tests answered";
+                std::to_string(complete.tests) + " tests answered" +
+                (complete.copied > 0
+                     ? " (" + std::to_string(complete.copied) +
+                           " more copied without an answer by design)"
+                     : std::string());
   if (shape.layout == Layout::kSignatures || shape.layout == Layout::kKeyCount) {
     const bool signatures = shape.layout == Layout::kSignatures;
     const AnswerCheck a = signatures ? CheckSigGenAnswers(shape, response)

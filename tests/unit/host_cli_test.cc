@@ -98,6 +98,8 @@ TEST_F(HostCli, SelftestPassesAndEachForcedFailureEntersTheErrorMode) {
   Result r = Run({"--error-log", "/nonexistent/log", "selftest", "--force", "AES"});
   EXPECT_TRUE(Ran(r, 3, "cannot open the error log"));
   EXPECT_TRUE(Has(r.out, "Failed to log self-test failure: FIPS error: AES self-test failed"));
+  r = Run({"--error-mode-file", "/nonexistent/mode", "selftest", "--force", "AES"});
+  EXPECT_TRUE(Ran(r, 3, "fipsval: cannot record the error mode in /nonexistent/mode: "));
   EXPECT_TRUE(Ran(Fipsval({"kat", "AES", "rsa"}), 0, "", "aes          passed\nrsa  "
                                                          "        passed\n"));
   EXPECT_TRUE(Ran(Fipsval({"kat", "--force", "3des"}), 1, "", "3des         failed\n"));

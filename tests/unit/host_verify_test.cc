@@ -62,6 +62,9 @@ TEST(Completeness, EveryTestOfTheRequestIsAnswered) {
       // SigGen cut after its first signature; the SHA-224 test has none.
       {"SigGen15_186-3", siggen, "[mod = 1024]\nn = 8F\ne = 03\nSHAAlg = SHA1\nMsg = 00\nS = 01\n",
        "incomplete: 1 of 2 tests answered; the response ends before request line 6: SHAAlg = SHA224"},
+      // A digest the runner does not know gets no signature: not answered.
+      {"SigGen15_186-3", "[mod = 1024]\n\nSHAAlg = MD5\nMsg = 00\n", "[mod = 1024]\nn = 8F\ne = 03\nSHAAlg = MD5\nMsg = 00\n",
+       "incomplete: 0 of 1 tests answered; request line 3: SHAAlg = MD5 has 0 answer lines of 1"},
       {"KeyGen_RandomProbablyPrime3_3", "[mod = 2048]\n\nN = 3\n", "[mod = 2048]\n" + key,
        "incomplete: 0 of 1 tests answered; request line 3: N = 3 has 5 answer lines of 15"},
       // A count from 100000 up is not taken as one: no response can complete it.
