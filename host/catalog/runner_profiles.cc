@@ -93,9 +93,13 @@ constexpr RequestShape kShaMonte = {.layout = Layout::kShaMonte,
                                     .test_tag = "Seed = ",
                                     .monte_records = 100,
                                     .sections = kDigestSections};
+// The HMAC runner knows SHA-1 and SHA-256; under another "[L=...]" it
+// answers with the digest of the section before.
+constexpr std::string_view kHmacSections[] = {"[L=20]", "[L=32]"};
 constexpr RequestShape kHmac = {.layout = Layout::kTests,
                                 .test_tag = "Count = ",
-                                .sections = kMacSections};
+                                .sections = kMacSections,
+                                .answered_sections = kHmacSections};
 constexpr RequestShape kDrbg = {.layout = Layout::kDrbgSections,
                                 .test_tag = "COUNT = ",
                                 .sections = kDrbgAnswerSections};

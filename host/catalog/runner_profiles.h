@@ -53,6 +53,9 @@ struct RequestShape {
   std::span<const AnswerSection> sections = {};
   std::string_view droppable = {};  // a request line the runner may leave out
   std::span<const std::string_view> digests = {};  // SHAAlg values it answers
+  // kTests: the "[...]" sections whose tests it answers right; none: all.
+  // Under another section an answer cannot be right.
+  std::span<const std::string_view> answered_sections = {};
   std::span<const std::string_view> group_fields = {};  // ACVP group fields
   std::string_view stop_line = {};  // what it prints when it stops by design
   std::string_view stop_note = {};  // what the run says of that stop

@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <cstring>
 #include <string>
 
 namespace fipsval::host {
@@ -27,11 +28,16 @@ const std::vector<const fips_tv*>& AllSuites() {
 }
 
 std::vector<const fips_tv*> SuitesOfList(std::string_view list) {
-  if (list == "ops") return Collect(fips_tv_ops);
-  if (list == "ssl") return Collect(fips_tv_ssl_ops);
-  if (list == "rbg") return Collect(fips_tv_rbg_ops);
-  if (list == "wf") return Collect(fips_tv_wf_ops);
-  if (list == "all") return AllSuites();
+  // Any case, as for suite and test names.
+  const auto is = [&](const char* name) {
+    return list.size() == std::strlen(name) &&
+           strncasecmp(std::string(list).c_str(), name, list.size()) == 0;
+  };
+  if (is("ops")) return Collect(fips_tv_ops);
+  if (is("ssl")) return Collect(fips_tv_ssl_ops);
+  if (is("rbg")) return Collect(fips_tv_rbg_ops);
+  if (is("wf")) return Collect(fips_tv_wf_ops);
+  if (is("all")) return AllSuites();
   return {};
 }
 

@@ -28,6 +28,8 @@ bool ParseInt(std::string_view text, int* out);
 
 // main.cc: the project's version ("fipsval --version").
 const char* ProgramVersion();
+// main.cc: the command line as given, for the evidence of a run.
+const std::string& CommandLine();
 
 // commands_selftest.cc
 int RunSelftest(const Args& args);

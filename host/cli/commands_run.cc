@@ -42,6 +42,10 @@ int RunEntropy(const Args& args) {
     return Usage(
         "entropy: give the number of samples, e.g. fipsval entropy 1000");
   }
+  if (count < 1) {
+    return Usage("entropy: the number of samples must be at least 1, not ",
+                 rest[0]);
+  }
   const Status exported = ExportEntropy(count, output);
   if (!exported.ok()) {
     std::fprintf(stderr, "fipsval: %s\n", exported.message().c_str());
@@ -139,8 +143,13 @@ int ParseRun(const Args& rest, RunRequest* request) {
       (arg == "--json" ? request->reports.json : request->reports.junit) = rest[++i];
     } else if (arg == "--verify") {
       request->verify = true;
-    } else if (arg == "--strict" || arg == "--partial") {
-      (arg == "--strict" ? request->check.strict : request->check.partial) = true;
+    } else if (arg == "--accept-lf") {
+      request->run.accept_lf = true;
+    } else if (arg == "--strict" || arg == "--require-evidence" ||
+               arg == "--partial") {
+      // --strict: the default now, kept for existing scripts.
+      if (arg == "--partial") request->check.partial = true;
+      if (arg == "--require-evidence") request->check.require_evidence = true;
     } else if (arg.starts_with("-")) {
       return Usage("run: unknown option ", arg);
     } else if (!request->trees.empty()) {
@@ -149,8 +158,9 @@ int ParseRun(const Args& rest, RunRequest* request) {
       request->trees.push_back(arg);
     }
   }
-  if ((request->check.strict || request->check.partial) && !request->verify) {
-    return Usage("run: --strict and --partial go with --verify");
+  if ((request->check.require_evidence || request->check.partial) &&
+      !request->verify) {
+    return Usage("run: --require-evidence and --partial go with --verify");
   }
   return kOk;
 }
@@ -188,6 +198,8 @@ int RunRun(const Args& args) {
   if (s.error) return s.error;
   RunRequest request;
   request.run.suites = s.suites;
+  request.run.command = CommandLine();
+  request.run.version = ProgramVersion();
   if (const int usage = ParseRun(s.rest, &request); usage != kOk) return usage;
   if (Status paths = CheckReportPaths(request.reports); !paths.ok()) {
     std::fprintf(stderr, "fipsval: %s\n", paths.message().c_str());

@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "fipsval.h"
+#include "host/base/file_io.h"
+#include "host/base/owners.h"
 #include "host/base/text.h"
 #include "host/catalog/runner_profiles.h"
 #include "host/cli/cli.h"
@@ -44,22 +46,20 @@ std::vector<std::string_view> ForceNames() {
   return names;
 }
 
-bool IsForceName(std::string_view name) {
-  const std::vector<std::string_view> names = ForceNames();
-  return std::find(names.begin(), names.end(), name) != names.end();
+// The canonical spelling of a name given in any case, or "".
+std::string_view CanonicalForceName(std::string_view name) {
+  for (std::string_view known : ForceNames()) {
+    if (EqualIgnoringCase(known, name)) return known;
+  }
+  return {};
 }
 
 // The usage error for a name the library would not match: the marker would
 // force nothing, and the run would pass as if the test had been forced.
 int UnknownForceName(const std::string& name) {
   // Quoted and escaped, so that the message stays one line.
-  std::string message = "selftest: unknown test name \"" + Printable(name) + "\"";
-  for (std::string_view known : ForceNames()) {
-    if (EqualIgnoringCase(known, name)) {
-      message += " (did you mean " + std::string(known) + "?)";
-    }
-  }
-  message += "; names are exact:";
+  std::string message = "selftest: unknown test name \"" + Printable(name) +
+                        "\"; the names (any case):";
   for (std::string_view known : ForceNames()) message += " " + std::string(known);
   return Usage(message);
 }
@@ -86,23 +86,28 @@ bool MarkerError(const char* cause) {
   return false;
 }
 
-// Writes name to the marker without following a link: an entry that is not
-// a regular file of its own is refused, never written through.
+// Writes name to the marker without following a link, in the marker's
+// path or at its name: an entry that is not a regular file of its own is
+// refused, never written through.
 bool WriteMarker(std::string_view name) {
-  for (const char* dir : {"/data", kMarkerDir}) {
-    if (mkdir(dir, 0755) != 0 && errno != EEXIST) {
-      return MarkerError((std::string("cannot create ") + dir + ": " +
-                          std::strerror(errno)).c_str());
-    }
+  const UniqueFd top(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  UniqueFd data, etc;
+  Status walk = top ? OpenDirBelow(top.get(), "data", 0755, &data)
+                    : FromErrno(errno);
+  if (walk.ok()) walk = OpenDirBelow(data.get(), "etc", 0755, &etc);
+  if (!walk.ok()) {
+    return MarkerError(("cannot use " + std::string(kMarkerDir) + ": " +
+                        walk.message()).c_str());
   }
+  const char* const leaf = kMarkerFile + sizeof kMarkerDir;  // "katfail"
   struct stat st;
-  if (lstat(kMarkerFile, &st) == 0) {
+  if (fstatat(etc.get(), leaf, &st, AT_SYMLINK_NOFOLLOW) == 0) {
     if (const char* refusal = Refusal(st)) return MarkerError(refusal);
   }
   // O_NONBLOCK: a FIFO put there since the check fails to open instead of
   // waiting for a reader. Truncated only once it is known to be ours.
-  const int fd = open(kMarkerFile, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                      0600);
+  const int fd = openat(etc.get(), leaf,
+                        O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
   if (fd < 0) return MarkerError(errno == ELOOP ? KindOf(S_IFLNK) : std::strerror(errno));
   const char* refusal = fstat(fd, &st) != 0 ? std::strerror(errno) : Refusal(st);
   if (!refusal && ftruncate(fd, 0) != 0) refusal = std::strerror(errno);
@@ -114,8 +119,25 @@ bool WriteMarker(std::string_view name) {
   }
   if (close(fd) != 0 && !refusal) refusal = std::strerror(errno);
   if (!refusal) return true;
-  unlink(kMarkerFile);  // ours, and perhaps half written: it must not force
+  unlinkat(etc.get(), leaf, 0);  // ours, and perhaps half written: it must not force
   return MarkerError(refusal);
+}
+
+// With -q the library's report of each self-test (on standard output) is
+// not shown; its errors (standard error) and the failure mask still are.
+template <typename F>
+int QuietUnlessAsked(F call) {
+  std::fflush(stdout);
+  UniqueFd saved;
+  if (Settings().verbosity == 0) {
+    const UniqueFd null(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    saved = UniqueFd(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
+    if (!null || !saved || dup2(null.get(), STDOUT_FILENO) < 0) saved = UniqueFd();
+  }
+  const int result = call();
+  std::fflush(stdout);
+  if (saved) dup2(saved.get(), STDOUT_FILENO);
+  return result;
 }
 
 }  // namespace
@@ -129,11 +151,12 @@ int RunSelftest(const Args& args) {
     force = args[++i];
   }
   if (force) {
-    if (!IsForceName(*force)) return UnknownForceName(*force);
-    if (!WriteMarker(*force)) return kFailed;
+    // The library matches the marker exactly: it gets the canonical name.
+    const std::string_view name = CanonicalForceName(*force);
+    if (name.empty()) return UnknownForceName(*force);
+    if (!WriteMarker(name)) return kFailed;
   }
-  const int mask = fips_self_tests();
-  std::fflush(stdout);
+  const int mask = QuietUnlessAsked([] { return fips_self_tests(); });
   if (mask != 0) {
     std::fprintf(stderr, "fipsval: self-test failure mask %d\n", mask);
   }
@@ -152,7 +175,9 @@ int RunCheckConfig(const Args& args) {
     }
   }
   const int result = fips_check_config(mode);
-  if (result == 0) std::fprintf(stderr, "fipsval: configuration intact\n");
+  if (result == 0 && Settings().verbosity > 0) {
+    std::fprintf(stderr, "fipsval: configuration intact\n");
+  }
   return Finish(result == 0 ? kOk : kFailed);
 }
 
@@ -184,8 +209,10 @@ int RunUpdateConfig(const Args& args) {
                  Settings().config_digest.c_str(), Settings().config.c_str());
     return Finish(kFailed);
   }
-  std::fprintf(stderr, "fipsval: stored the SHA-256 of %s in %s\n",
-               Settings().config.c_str(), Settings().config_digest.c_str());
+  if (Settings().verbosity > 0) {
+    std::fprintf(stderr, "fipsval: stored the SHA-256 of %s in %s\n",
+                 Settings().config.c_str(), Settings().config_digest.c_str());
+  }
   return Finish(kOk);
 }
 
@@ -198,12 +225,18 @@ int RunKat(const Args& args) {
       continue;
     }
     const std::size_t before = chosen.size();
+    std::string names;
     for (const SelfTestProfile& test : SelfTestProfiles()) {
-      if (test.kat && (arg == test.kat_name || arg == "all")) {
+      if (!test.kat) continue;
+      names += std::string(names.empty() ? "" : ", ") + std::string(test.kat_name);
+      if (EqualIgnoringCase(arg, test.kat_name) || EqualIgnoringCase(arg, "all")) {
         chosen.push_back(&test);
       }
     }
-    if (chosen.size() == before) return Usage("kat: unknown test ", arg);
+    if (chosen.size() == before) {
+      return Usage("kat: unknown test (one of " + names + ", all; any case): ",
+                   Printable(arg));
+    }
   }
   if (chosen.empty()) return Usage("kat: name a test");
   bool all_passed = true;

@@ -23,7 +23,11 @@ int ParseVerify(const Args& rest, VerifyOptions* options, ReportPaths* reports) 
       if (!has_value) return Usage("verify: " + arg + " needs a file");
       (arg == "--json" ? reports->json : reports->junit) = rest[++i];
     } else if (arg == "--strict") {
-      options->strict = true;
+      // The default now: kept so that existing scripts still run.
+    } else if (arg == "--allow-missing") {
+      options->allow_missing = true;
+    } else if (arg == "--require-evidence") {
+      options->require_evidence = true;
     } else if (arg == "--partial") {
       options->partial = true;
     } else if (arg == "--output") {

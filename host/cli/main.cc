@@ -32,7 +32,8 @@ const Command kCommands[] = {
      "Runs the power-on self-tests (fips_self_tests) and prints their progress.\n"
      "With --force NAME, first writes NAME (no newline) to /data/etc/katfail so\n"
      "that the named test fails once: AES, SHA1-HMAC, SHA256-HMAC, 3DES, RSA,\n"
-     "RNG, Firmware-integrity or Configuration. The library deletes the marker.\n"
+     "RNG, Firmware-integrity or Configuration (any case; the marker gets this\n"
+     "spelling). The library deletes the marker. -q: nothing but failures.\n"
      "Exit: 0 all passed; 3 a test failed and the library entered the error mode\n"
      "(the mask is printed on standard error, the error text is appended to the\n"
      "error log and recorded in the error-mode file).",
@@ -50,7 +51,8 @@ const Command kCommands[] = {
      RunUpdateConfig},
     {"kat", "kat NAME... [--force]",
      "Runs single known-answer tests: aes, sha1-hmac, sha256-hmac, 3des, rsa,\n"
-     "native-aes (the library's own AES engine), or all. --force makes them fail.\n"
+     "native-aes (the library's own AES engine), or all (any case). --force makes\n"
+     "them fail.\n"
      "Exit: 0 all passed; 1 a test failed.",
      RunKat},
     {"entropy", "entropy COUNT [--output DIR]",
@@ -62,14 +64,19 @@ const Command kCommands[] = {
      "/tmp/resp is private to the export (see run: Security).\n"
      "Exit: 0 written; 1 the export failed.",
      RunEntropy},
-    {"run", "run [--list L] [--suite NAME]... [--output DIR] [--verify] [--json FILE] [--junit FILE] [CAVP_DIR]",
+    {"run", "run [--list L] [--suite NAME]... [--output DIR] [--verify] [--require-evidence] [--accept-lf] [--json FILE] [--junit FILE] [CAVP_DIR]",
      "Runs suites over a CAVP tree: each request <CAVP_DIR>/<DIR>/req/<name>.req\n"
      "(never through a link) is checked, staged alone into /tmp/req, and its\n"
      "response written to <DIR>/resp/<name>.rsp under DIR (--output) or the\n"
      "tree. Lists: ops, ssl, rbg, wf, all (default: every suite). Prints one\n"
      "line per request file (answered, runner error, not answered), the files\n"
-     "no suite reads, and a total; writes fipsval-run.json beside the responses.\n"
-     "--verify then checks the responses as `verify` does (--strict, --partial).\n"
+     "no suite reads, and a total. A response that stops short of its request or\n"
+     "skips a test is a runner error. Each response is recorded in the evidence\n"
+     "<DIR>/resp/fipsval-evidence.json beside it (digests of request and response,\n"
+     "outcome, time, the module, command line and host); a run replaces only the\n"
+     "entries of the files it ran. --verify then checks the responses as `verify`\n"
+     "does (--require-evidence, --partial). A request with LF line ends is\n"
+     "refused (the library reads CR LF); --accept-lf converts it when staged.\n"
      "Without CAVP_DIR, runs the bundled sample requests in a fresh copy under\n"
      "the data directory and verifies them. Progress (suite, file, elapsed) goes\n"
      "to standard error on a terminal, or always with -v; -q prints problems only.\n"
@@ -81,17 +88,21 @@ const Command kCommands[] = {
      "mode-0700 directories and one run at a time holds /tmp/.fipsval.lock.\n"
      "Exit: 0 every request present was answered; 1 otherwise; 2 usage.",
      RunRun},
-    {"verify", "verify [--list L] [--suite NAME]... [--strict] [--partial] [--output DIR] [--json FILE] [--junit FILE] CAVP_DIR",
+    {"verify", "verify [--list L] [--suite NAME]... [--allow-missing] [--require-evidence] [--partial] [--output DIR] [--json FILE] [--junit FILE] CAVP_DIR",
      "Checks every response <DIR>/resp/<name>.rsp against its request\n"
      "<DIR>/req/<name>.req: every test answered, in order. Then compares it with\n"
      "the expected answers <DIR>/fax/<name>.fax (blank lines ignored) or checks\n"
      "the RSA answers that are random (SigGen signatures, generated keys).\n"
      "Verdicts: PASS; FAIL; COMPLETE (no .fax: checked for completeness only);\n"
      "STOPPED (SigVer: the runner ends at its first test by design); SKIP (no\n"
-     "response). Reads the run record fipsval-run.json when present. No file\n"
-     "is read through a symbolic link. --output DIR: the responses are under\n"
-     "DIR (run --output). --strict fails requests without a response;\n"
-     "--partial lets a response end before its .fax (shortened requests).\n"
+     "response, with --allow-missing; without it, a FAIL). Provenance is judged\n"
+     "apart: the evidence <DIR>/resp/fipsval-evidence.json must record the\n"
+     "response, made for this very request (both SHA-256 digests); a response it\n"
+     "contradicts is a FAIL, one without evidence (a vendor's) is judged on its\n"
+     "answers and said to have \"no evidence\" (a FAIL with --require-evidence).\n"
+     "No file is read through a symbolic link. --output DIR: the responses are\n"
+     "under DIR (run --output). --partial lets a response end before its .fax\n"
+     "(shortened requests).\n"
      "--json FILE and --junit FILE write each file's verdict, detail and seconds\n"
      "and the counts as JSON or JUnit XML (as for run).\n"
      "Exit: 0 every response complete and right; 1 otherwise, or nothing checked.",
@@ -188,8 +199,15 @@ constexpr GlobalOption kPathOptions[] = {
     {"--error-mode-file", &HostSettings::error_mode_file},
 };
 
+std::string& MutableCommandLine() {
+  static std::string line;
+  return line;
+}
+
 int Main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
+  MutableCommandLine() = "fipsval";
+  for (const std::string& arg : args) MutableCommandLine() += " " + arg;
   std::vector<std::string> rest;
   bool help = false;
   HostSettings& settings = Settings();
@@ -234,7 +252,10 @@ int Main(int argc, char** argv) {
     return Usage("no command given");
   }
   const Command* command = FindCommand(rest[0]);
-  if (!command) return Usage("unknown command ", rest[0]);
+  if (!command) {
+    return Usage(rest[0].starts_with("-") ? "unknown option " : "unknown command ",
+                 rest[0]);
+  }
   if (help) return PrintHelp({command->name});
   return command->run({rest.begin() + 1, rest.end()});
 }
@@ -242,6 +263,8 @@ int Main(int argc, char** argv) {
 }  // namespace
 
 const char* ProgramVersion() { return FIPSVAL_VERSION; }
+
+const std::string& CommandLine() { return MutableCommandLine(); }
 
 }  // namespace fipsval::host
 

@@ -8,6 +8,7 @@
 
 #include "fipsval.h"
 #include "host/base/clock.h"
+#include "host/base/file_io.h"
 #include "host/platform/entropy_source.h"
 #include "host/platform/host_settings.h"
 #include "host/platform/integrity.h"
@@ -65,9 +66,15 @@ int fips_log_startup_error(const char* text) {
 
 int fips_goto_error_mode(int code, const char* text) {
   ErrorMode() = {true, code, text ? text : ""};
-  if (std::FILE* f = std::fopen(Settings().error_mode_file.c_str(), "w")) {
-    std::fprintf(f, "%d %s\n", code, ErrorMode().text.c_str());
-    std::fclose(f);
+  const std::string line =
+      std::to_string(code) + " " + ErrorMode().text + "\n";
+  // Replaced by a rename, never written through a link or into a FIFO.
+  const fipsval::host::Status written = fipsval::host::ReplaceGivenFile(
+      Settings().error_mode_file, line, 0644);
+  if (!written.ok()) {
+    std::fprintf(stderr, "fipsval: cannot record the error mode in %s: %s\n",
+                 Settings().error_mode_file.c_str(), written.message().c_str());
+    return -1;
   }
   return 0;
 }

@@ -38,6 +38,13 @@ std::string ExecutableDir() {
   return ec ? std::string(".") : exe.parent_path().string();
 }
 
+bool SameDirectory(const fs::path& a, const fs::path& b) {
+  std::error_code ec;
+  return fs::equivalent(a, b, ec) && !ec;
+}
+
+}  // namespace
+
 std::string LoadedLibraryPath() {
   Dl_info info{};
   if (dladdr(reinterpret_cast<void*>(&fips_self_tests), &info) &&
@@ -46,13 +53,6 @@ std::string LoadedLibraryPath() {
   }
   return {};
 }
-
-bool SameDirectory(const fs::path& a, const fs::path& b) {
-  std::error_code ec;
-  return fs::equivalent(a, b, ec) && !ec;
-}
-
-}  // namespace
 
 DefaultLocations DefaultLocationsFor(const std::string& executable_dir) {
   DefaultLocations d;

@@ -49,6 +49,9 @@ struct DefaultLocations {
 DefaultLocations DefaultLocationsFor(const std::string& executable_dir);
 DefaultLocations Defaults();  // for this process's executable
 
+// The file the fipsval library was loaded from; "" when unknown.
+std::string LoadedLibraryPath();
+
 // Fills every setting that is still empty: data_dir and samples_dir from
 // Defaults(); the configuration from Defaults() when no data directory was
 // given, else DIR/vpn.cfg; digests, error log and error-mode file in the

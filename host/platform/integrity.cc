@@ -1,6 +1,9 @@
 #include "host/platform/integrity.h"
 
+#include <fcntl.h>
 #include <openssl/sha.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -21,11 +24,30 @@ Status Errno(const std::string& what, const std::string& path) {
   return Failed(what + " " + path + ": " + std::strerror(errno));
 }
 
+// Opens a path the operator named, without waiting on a FIFO or a device:
+// only a regular file is read or written.
+Status OpenRegular(const std::string& path, int flags, const char* mode,
+                   UniqueFile* file) {
+  UniqueFd fd(open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644));
+  // ENXIO: a FIFO without a reader, or a device without its driver.
+  if (!fd) return errno == ENXIO ? Refused("not a regular file") : FromErrno(errno);
+  struct stat st{};
+  if (fstat(fd.get(), &st) != 0) return FromErrno(errno);
+  if (!S_ISREG(st.st_mode)) return Refused("not a regular file");
+  fcntl(fd.get(), F_SETFL, fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
+  file->reset(fdopen(fd.get(), mode));
+  if (!*file) return FromErrno(errno);
+  static_cast<void>(fd.Release());  // the FILE owns it now
+  return Ok();
+}
+
 }  // namespace
 
 Status DigestFile(const std::string& path, Sha256* digest) {
-  const UniqueFile f(std::fopen(path.c_str(), "rb"));
-  if (!f) return Errno("cannot read", path);
+  UniqueFile f;
+  if (Status s = OpenRegular(path, O_RDONLY, "rb", &f); !s.ok()) {
+    return s.Prefixed("cannot read " + path + ": ");
+  }
   SHA256_CTX ctx;
   SHA256_Init(&ctx);
   unsigned char buf[65536];
@@ -54,8 +76,11 @@ Status ReadStoredDigest(const std::string& path, Sha256* digest) {
 
 Status StoreDigest(const std::string& path, const Sha256& digest,
                    const std::string& name) {
-  UniqueFile f(std::fopen(path.c_str(), "w"));
-  if (!f) return Errno("cannot write", path);
+  UniqueFile f;
+  if (Status s = OpenRegular(path, O_WRONLY | O_CREAT, "w", &f); !s.ok()) {
+    return s.Prefixed("cannot write " + path + ": ");
+  }
+  if (ftruncate(fileno(f.get()), 0) != 0) return Errno("cannot write", path);
   for (uint8_t b : digest) std::fprintf(f.get(), "%02x", b);
   std::fprintf(f.get(), "  %s\n", name.c_str());
   // Data still buffered fails only when flushed or closed.

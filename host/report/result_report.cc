@@ -52,6 +52,7 @@ Json VerifyPart(const VerifyTally& tally, double seconds) {
                      {"name", file.name},
                      {"verdict", file.verdict},
                      {"detail", file.note},
+                     {"provenance", file.provenance},
                      {"seconds", Rounded(file.seconds)}});
   }
   return {{"seconds", Rounded(seconds)},
@@ -61,7 +62,8 @@ Json VerifyPart(const VerifyTally& tally, double seconds) {
             {"failed", tally.failed},
             {"complete_only", tally.complete_only},
             {"stopped", tally.stopped},
-            {"missing", tally.missing}}}};
+            {"missing", tally.missing},
+            {"no_evidence", tally.no_evidence}}}};
 }
 
 Status WriteReport(const std::string& path, const std::string& content) {

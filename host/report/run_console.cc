@@ -20,35 +20,35 @@ const char* Label(FileOutcome outcome) {
   return "not answered";
 }
 
-// Suites none of whose files is in the tree: one line each, not one a file.
-std::set<const fips_tv*> AbsentSuites(const RunResult& run) {
-  std::set<const fips_tv*> absent;
-  for (const FileRun& file : run.files) absent.insert(file.suite);
-  for (const FileRun& file : run.files) {
-    if (file.plan != FilePlan::kAbsent) absent.erase(file.suite);
-  }
-  return absent;
-}
-
+// Files absent from the tree were not asked for: they are counted, and
+// listed only with -v.
 void PrintFiles(const RunResult& run, int verbosity) {
-  const std::set<const fips_tv*> absent = AbsentSuites(run);
-  std::set<const fips_tv*> shown;
   for (const FileRun& file : run.files) {
-    const bool problem = file.plan != FilePlan::kAbsent &&
-                         file.outcome != FileOutcome::kAnswered;
-    if (verbosity == 0 && !problem) continue;
-    if (verbosity == 1 && absent.count(file.suite)) {
-      if (shown.insert(file.suite).second) {
-        std::printf("%-12s %s: no request file of suite %s\n", "not answered",
-                    JoinPath(JoinPath(run.tree, file.dir), "req").c_str(),
-                    file.suite->name);
+    if (file.plan == FilePlan::kAbsent) {
+      if (verbosity >= 2) {
+        std::printf("%-12s %s\n", "not in tree", file.request_path.c_str());
       }
       continue;
     }
+    if (verbosity == 0 && file.outcome == FileOutcome::kAnswered) continue;
     std::printf("%-12s %s%s%s\n", Label(file.outcome),
                 file.request_path.c_str(), file.message.empty() ? "" : ": ",
                 file.message.c_str());
   }
+}
+
+// "ROOT/A/resp, ROOT/B/resp": the folders that received responses.
+std::string ResponseFolders(const RunResult& run) {
+  std::set<std::string> dirs;
+  for (const FileRun& file : run.files) {
+    if (file.written) dirs.insert(file.dir);
+  }
+  std::string list;
+  for (const std::string& dir : dirs) {
+    list += (list.empty() ? "" : ", ") +
+            JoinPath(JoinPath(run.responses, dir), "resp");
+  }
+  return list.empty() ? run.responses : list;
 }
 
 }  // namespace
@@ -80,9 +80,11 @@ void RunConsole::SuiteDone(const fips_tv& suite, double seconds) {
   }
 }
 
+// The suites' own lines (titles, progress) only with -v: by default a run
+// says what happened to each file, and a runner's errors are in its line.
 void RunConsole::Printed(const FileRun* file, LineKind kind,
                          std::string_view line) {
-  if (verbosity_ < 1) return;
+  if (verbosity_ < 2 && (kind != LineKind::kRunnerError || file)) return;
   // A suite prints its titles again for each file staged alone.
   if (kind == LineKind::kTitle &&
       !titles_.insert(std::string(file->suite->name) + "/" + std::string(line))
@@ -110,11 +112,10 @@ void PrintRunSummary(const RunResult& run, int verbosity) {
   const RunCounts counts = run.Counts();
   std::printf(
       "run: %d answered, %d runner errors, %d not answered, %d without request "
-      "file, %zu not handled; %d responses written to %s/<DIR>/resp in %.1f "
-      "s\n",
+      "file, %zu not handled; %d responses written to %s in %.1f s\n",
       counts.answered, counts.runner_errors, counts.not_answered,
       counts.without_request, run.unhandled.size(), counts.written,
-      run.responses.c_str(), run.seconds);
+      ResponseFolders(run).c_str(), run.seconds);
   std::fflush(stdout);
   if (run.NothingRun()) {
     std::fprintf(stderr,

@@ -14,9 +14,10 @@ namespace fipsval::host {
 
 class RunConsole : public RunObserver {
  public:
-  // Library lines go to `out` at verbosity 1 and above (0: -q, 2: -v, which
-  // also names the staging); `progress` puts the suite, file and elapsed
-  // time on standard error.
+  // The library's lines go to `out` at verbosity 2 (-v, which also names
+  // the staging); below, only its errors that belong to no file (a file's
+  // own are in its summary line). `progress` puts the suite, file and
+  // elapsed time on standard error.
   RunConsole(std::FILE* out, int verbosity, bool progress)
       : out_(out), verbosity_(verbosity), progress_(progress) {}
 
@@ -35,9 +36,9 @@ class RunConsole : public RunObserver {
 };
 
 // After the run, on standard output: at verbosity 0 only the files with a
-// problem, at 1 one line for a suite none of whose files is in the tree,
-// at 2 every file; the files no suite reads (from 1); and a line of
-// totals. What went wrong with the run as a whole goes to standard error
+// problem, at 1 every file of the tree, at 2 also those its suites read
+// that the tree lacks ("not in tree"); the files no suite reads (from 1);
+// and a line of totals naming the folders that received responses. What went wrong with the run as a whole goes to standard error
 // ("fipsval: ..."); a run that did not start has nothing else to say.
 void PrintRunSummary(const RunResult& run, int verbosity);
 

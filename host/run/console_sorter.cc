@@ -126,6 +126,7 @@ void ConsoleSorter::Marker(std::string_view rest) {
   FileRun& file = files_[static_cast<std::size_t>(index)];
   if (std::string_view(word) == "begin") return Begin(file);
   file.ended = true;
+  file.made = UtcStamp();
   file.seconds = SecondsSince(file.begun_at);
   Conclude(std::string_view(text).substr(static_cast<std::size_t>(consumed)),
            file);

@@ -1,14 +1,17 @@
 #include "host/run/private_staging.h"
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -72,6 +75,48 @@ bool Probe(StagingKind kind) {
 // others; it is created so, and a mode that lets others read is tightened.
 }  // namespace
 
+namespace {
+
+// "name (uid N)", or "uid N" for a uid without a name.
+std::string Owner(uid_t uid) {
+  const std::string id = "uid " + std::to_string(uid);
+  passwd entry{};
+  passwd* found = nullptr;
+  std::array<char, 4096> buffer{};
+  if (getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) == 0 &&
+      found) {
+    return std::string(found->pw_name) + " (" + id + ")";
+  }
+  return id;
+}
+
+// Who holds the flock on fd, from /proc/locks: " by NAME (uid N), process
+// P", or "" when that cannot be told.
+std::string LockHolder(int fd) {
+  struct stat lock_st;
+  const UniqueFile locks(std::fopen("/proc/locks", "re"));
+  if (fstat(fd, &lock_st) != 0 || !locks) return {};
+  char line[256];
+  while (std::fgets(line, sizeof line, locks.get())) {
+    int pid = 0;
+    unsigned major = 0, minor = 0;
+    unsigned long inode = 0;
+    if (std::sscanf(line, "%*d: FLOCK %*s %*s %d %x:%x:%lu", &pid, &major,
+                    &minor, &inode) != 4 ||
+        inode != lock_st.st_ino || makedev(major, minor) != lock_st.st_dev) {
+      continue;
+    }
+    struct stat process;
+    if (stat(("/proc/" + std::to_string(pid)).c_str(), &process) != 0) {
+      return " by process " + std::to_string(pid);
+    }
+    return " by " + Owner(process.st_uid) + ", process " + std::to_string(pid);
+  }
+  return {};
+}
+
+}  // namespace
+
 Status OpenOwnDirectory(const char* path, UniqueFd* dir) {
   const std::string p = path;
   if (mkdir(path, 0700) != 0 && errno != EEXIST) {
@@ -89,8 +134,10 @@ Status OpenOwnDirectory(const char* path, UniqueFd* dir) {
     return Failed("cannot open " + p + ": " + std::strerror(errno));
   }
   if (st.st_uid != geteuid()) {
-    return Refused(p + " belongs to uid " + std::to_string(st.st_uid) +
-                   ", not to this user: refused");
+    // Left over from another user's run, typically: name who can remove it.
+    return Refused(p + " belongs to " + Owner(st.st_uid) +
+                   ", not to this user: refused (left by their run: they or "
+                   "root must remove it)");
   }
   if ((st.st_mode & 022) != 0) {
     return Refused(p + " is writable by other users: refused");
@@ -123,8 +170,9 @@ Status TakeLock(UniqueFd* lock) {
     }
     return {StatusKind::kBusy,
             std::string("another fipsval run or entropy export is using "
-                        "/tmp/req and /tmp/resp (lock ") +
-                kLockPath + "): try again when it has finished"};
+                        "/tmp/req and /tmp/resp") +
+                LockHolder(fd.get()) + " (lock " + kLockPath +
+                "): try again when it has finished"};
   }
   *lock = std::move(fd);
   return Ok();

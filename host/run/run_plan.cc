@@ -1,8 +1,10 @@
 #include "host/run/run_plan.h"
 
 #include <dirent.h>
+#include <unistd.h>
 
 #include <array>
+#include <cstdlib>
 #include <memory>
 #include <set>
 
@@ -10,6 +12,7 @@
 #include "host/base/paths.h"
 #include "host/base/text.h"
 #include "host/catalog/suite_catalog.h"
+#include "host/report/evidence.h"
 
 namespace fipsval::host {
 namespace {
@@ -61,6 +64,8 @@ void ReadRequest(int tree_fd, FileRun& file) {
   }
   if (read.ok()) {
     file.plan = FilePlan::kRun;
+    // Of the file as the tree holds it, whatever the run makes of it.
+    file.request_sha256 = Sha256Hex(file.request);
   } else if (read.kind() == StatusKind::kMissing) {
     file.plan = FilePlan::kAbsent;
     file.message = "no request file";
@@ -70,15 +75,55 @@ void ReadRequest(int tree_fd, FileRun& file) {
   }
 }
 
-void CheckRequestText(FileRun& file) {
+// Labs receive requests whose line ends were changed on the way: with
+// --accept-lf, LF-only line ends become the CR LF the library reads.
+std::string WithCrLf(std::string_view text) {
+  std::string converted;
+  converted.reserve(text.size() + text.size() / 16);
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r')) converted += '\r';
+    converted += text[i];
+  }
+  if (!converted.empty() && converted.back() != '\n') converted += "\r\n";
+  return converted;
+}
+
+// Each generated probable-prime key takes seconds: a request for more keys
+// than this is refused rather than left running for days.
+constexpr long kMaxKeysPerTest = 100;
+
+void CheckKeyCounts(const FileRun& file, std::vector<RequestFinding>& findings) {
+  const RequestShape* shape = file.profile ? file.profile->shape : nullptr;
+  if (!shape || shape->layout != Layout::kKeyCount) return;
+  for (const Line& line : Lines(file.request)) {
+    if (!line.text.starts_with(shape->test_tag)) continue;
+    const std::string value(line.text.substr(shape->test_tag.size()));
+    const long long keys = std::strtoll(value.c_str(), nullptr, 10);
+    if (keys > kMaxKeysPerTest) {
+      findings.push_back({line.number, "asks for " + std::to_string(keys) +
+                                           " keys, at most " +
+                                           std::to_string(kMaxKeysPerTest)});
+      return;
+    }
+  }
+}
+
+void CheckRequestText(FileRun& file, bool accept_lf) {
+  if (accept_lf) file.request = WithCrLf(file.request);
   file.findings = CheckRequest(file.request);
+  const bool readable = file.findings.empty();
+  if (readable) CheckKeyCounts(file, file.findings);
   if (file.findings.empty()) return;
-  std::string message = "not run, the library cannot read it right:";
+  std::string message =
+      readable ? "not run:" : "not run, the library cannot read it right:";
+  bool lf = false;
   for (const RequestFinding& finding : file.findings) {
     message +=
         " line " + std::to_string(finding.line) + ": " + finding.cause + ";";
+    lf = lf || finding.cause.starts_with("line ends in LF");
   }
   message.pop_back();
+  if (lf) message += " (convert it to CR LF line ends, or run with --accept-lf)";
   file.plan = FilePlan::kRefused;
   file.message = message;
   file.request.clear();
@@ -133,7 +178,8 @@ std::vector<RequestFinding> CheckRequest(std::string_view text,
 
 std::vector<FileRun> PlanFiles(int tree_fd, const std::string& tree,
                                const std::string& responses,
-                               const std::vector<const fips_tv*>& suites) {
+                               const std::vector<const fips_tv*>& suites,
+                               bool accept_lf) {
   std::vector<FileRun> files;
   std::set<const fips_tv*> seen;
   for (const fips_tv* suite : suites) {
@@ -149,7 +195,7 @@ std::vector<FileRun> PlanFiles(int tree_fd, const std::string& tree,
       file.response_path = JoinPath(
           JoinPath(JoinPath(responses, file.dir), "resp"), file.name + ".rsp");
       ReadRequest(tree_fd, file);
-      if (file.plan == FilePlan::kRun) CheckRequestText(file);
+      if (file.plan == FilePlan::kRun) CheckRequestText(file, accept_lf);
       files.push_back(std::move(file));
     }
   }
@@ -167,6 +213,15 @@ std::vector<std::string> UnhandledRequests(
   }
   std::set<std::string> dirs;
   for (const fips_tv* suite : suites) dirs.insert(suite->dir);
+  // Folders that no suite reads at all (ECDSA/req, say) are listed too:
+  // a lab must see that nothing answered them.
+  std::set<std::string> known;
+  for (const fips_tv* suite : AllSuites()) known.insert(suite->dir);
+  if (UniqueFd top(dup(tree_fd)); top) {
+    for (const std::string& name : NamesIn(std::move(top))) {
+      if (name != "." && name != ".." && !known.count(name)) dirs.insert(name);
+    }
+  }
   std::vector<std::string> unhandled;
   for (const std::string& dir_name : dirs) {
     UniqueFd dir, req;

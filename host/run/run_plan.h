@@ -23,13 +23,15 @@ std::vector<RequestFinding> CheckRequest(std::string_view text,
 // Every request file of the suites (each suite once, in order), read from
 // the tree open at tree_fd: planned kRun with its text, kAbsent ("no
 // request file"), or kRefused with the reason. Paths are shown under
-// `tree` and, for responses, `responses`.
+// `tree` and, for responses, `responses`. With accept_lf, LF-only line ends
+// are made CR LF before the text is checked and staged.
 std::vector<FileRun> PlanFiles(int tree_fd, const std::string& tree,
                                const std::string& responses,
-                               const std::vector<const fips_tv*>& suites);
+                               const std::vector<const fips_tv*>& suites,
+                               bool accept_lf = false);
 
-// Request files in the suites' req folders that no suite reads, as paths
-// under `tree`.
+// Request files that no suite reads, as paths under `tree`: in the selected
+// suites' req folders, and in the req folder of any folder no suite knows.
 std::vector<std::string> UnhandledRequests(
     int tree_fd, const std::string& tree,
     const std::vector<const fips_tv*>& suites);

@@ -50,6 +50,9 @@ struct FileRun {
   bool begun = false;    // its suite started on it
   bool ended = false;    // and came back
   bool written = false;  // its response was put in place
+  std::string made;             // UTC, when it came back
+  std::string request_sha256;   // of the request it was given
+  std::string response_sha256;  // of the response put in place
   SteadyTime begun_at;
   double seconds = 0;
 };
@@ -65,6 +68,8 @@ struct RunCounts {
 struct RunResult {
   std::string tree;       // as given
   std::string responses;  // the response root, as given
+  std::string command;    // the command line that asked for the run
+  std::string version;    // the program's and library's version
   std::string started;    // UTC
   std::string finished;   // UTC, once the run has ended
   double seconds = 0;
@@ -72,7 +77,7 @@ struct RunResult {
   std::vector<std::string> unhandled;  // request files no suite reads
   Status refusal;  // why the run did not start (then nothing was run)
   Status stopped;  // the suites' process ended before its work was done
-  Status record;   // the run record could not be written at the end
+  Status record;   // the evidence could not be written at the end
 
   RunCounts Counts() const;
   // Nothing of the selected suites was run.

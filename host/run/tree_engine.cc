@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,10 +11,11 @@
 #include <random>
 
 #include "host/base/file_io.h"
-#include "host/report/run_record.h"
+#include "host/report/evidence.h"
 #include "host/run/console_sorter.h"
 #include "host/run/private_staging.h"
 #include "host/run/run_plan.h"
+#include "host/verify/completeness.h"
 
 namespace fipsval::host {
 namespace {
@@ -27,6 +29,22 @@ bool HasRequests(int tree, const std::vector<const fips_tv*>& suites) {
     }
   }
   return false;
+}
+
+// The output directory is made when missing; a link at its name is not
+// followed: the responses of a run as root must not land where another
+// user points them.
+Status OpenOutput(const std::string& path, UniqueFd* root) {
+  if (mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) return FromErrno(errno);
+  *root = UniqueFd(
+      open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (*root) return Ok();
+  const int error = errno;
+  struct stat st;
+  if (lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+    return Refused("it is a symbolic link (not followed)");
+  }
+  return error == ENOTDIR ? Refused("not a directory") : FromErrno(error);
 }
 
 // Opens the tree and the response root, and locks the root: two runs
@@ -43,8 +61,7 @@ Status OpenRoots(const RunOptions& options, const std::string& root_name,
   }
   if (options.output.empty()) {
     *root = UniqueFd(dup(tree->get()));
-  } else if (Status s = OpenGivenDirectory(options.output, 0755, root);
-             !s.ok()) {
+  } else if (Status s = OpenOutput(options.output, root); !s.ok()) {
     return s.Prefixed("cannot use the output directory " + options.output +
                       ": ");
   }
@@ -56,10 +73,11 @@ Status OpenRoots(const RunOptions& options, const std::string& root_name,
   return Ok();
 }
 
-Status WriteRecord(int root, const RunResult& run) {
-  return ReplaceFileBelow(root, kRunRecordName, RunRecordJson(run), 0644)
-      .Prefixed(std::string("cannot write ") + kRunRecordName + " in " +
-                run.responses + ": ");
+// Every response goes below the root: a root it cannot write to is refused
+// before anything is removed or run.
+Status CheckWritable(int root, const std::string& name) {
+  if (faccessat(root, ".", W_OK, AT_EACCESS) == 0) return Ok();
+  return FromErrno(errno).Prefixed("cannot write responses in " + name + ": ");
 }
 
 // Responses of an earlier run must not pass for answers of this one.
@@ -202,24 +220,65 @@ void ConcludeUnfinished(RunResult& run) {
   }
 }
 
+// Reads back each response put in place: its digest is evidence, and an
+// answered file whose response stops short of its request or skips a test
+// is a runner error.
+void CheckResponses(int root, RunResult& run) {
+  for (FileRun& file : run.files) {
+    if (!file.written) continue;
+    UniqueFd dir, resp;
+    std::string response;
+    Status read = OpenDirBelow(root, file.dir, 0, &dir);
+    if (read.ok()) read = OpenDirBelow(dir.get(), "resp", 0, &resp);
+    if (read.ok()) {
+      read = ReadFileBelow(resp.get(), file.name + ".rsp", kMaxFileBytes,
+                           &response);
+    }
+    if (!read.ok()) {
+      file.written = false;
+      file.outcome = FileOutcome::kRunnerError;
+      file.message = "cannot read back " + file.response_path + ": " +
+                     read.message();
+      continue;
+    }
+    file.response_sha256 = Sha256Hex(response);
+    const RequestShape* shape = file.profile ? file.profile->shape : nullptr;
+    if (file.outcome != FileOutcome::kAnswered || !shape ||
+        shape->layout == Layout::kStopsAtFirstTest) {
+      continue;
+    }
+    const Completeness complete =
+        CheckCompleteness(*shape, file.request, response);
+    if (!complete.status.ok()) {
+      file.outcome = FileOutcome::kRunnerError;
+      file.message = "incomplete response: " + complete.status.message();
+    }
+  }
+}
+
 Status Run(const RunOptions& options, int tree, int root,
            RunObserver& observer, RunResult& run) {
-  run.files = PlanFiles(tree, options.tree, run.responses, options.suites);
+  run.files = PlanFiles(tree, options.tree, run.responses, options.suites,
+                        options.accept_lf);
   run.unhandled = UnhandledRequests(tree, options.tree, options.suites);
   observer.Planned(run);
   Staging staging;
   if (Status s = PrepareStaging(&staging); !s.ok()) return s;
   observer.Staged(DescribeStaging(staging.kind));
-  if (Status s = WriteRecord(root, run); !s.ok()) {
-    if (!options.output.empty()) return s;
-    return {s.kind(), s.message() + " (use --output DIR for a read-only tree)"};
+  Status writable = CheckWritable(root, run.responses);
+  if (writable.ok()) writable = DropEvidence(root, run);
+  if (!writable.ok()) {
+    if (!options.output.empty()) return writable;
+    return {writable.kind(),
+            writable.message() + " (use --output DIR for a read-only tree)"};
   }
   RemoveOldResponses(root, run.files);
   if (Status s = RunStaged(staging, root, observer, run); !s.ok()) return s;
+  CheckResponses(root, run);
   for (FileRun& file : run.files) file.request = std::string();  // done with
   ConcludeUnfinished(run);
   run.finished = UtcStamp();
-  run.record = WriteRecord(root, run);
+  run.record = RecordEvidence(root, run);
   return Ok();
 }
 
@@ -239,6 +298,8 @@ RunResult RunTree(const RunOptions& options) {
   RunResult run;
   run.tree = options.tree;
   run.responses = options.output.empty() ? options.tree : options.output;
+  run.command = options.command;
+  run.version = options.version;
   run.started = UtcStamp();
   UniqueFd tree, root;
   run.refusal = OpenRoots(options, run.responses, &tree, &root);

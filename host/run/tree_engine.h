@@ -3,8 +3,8 @@
 // "/tmp/req" (private_staging.h); the suites run in a child process whose
 // console output is sorted per file (console_sorter.h); a response is put
 // in place as <root>/<DIR>/resp/<name>.rsp by a rename, root being the
-// output directory or the tree, and the run record <root>/fipsval-run.json
-// is written when the run starts and again when it ends. The engine prints
+// output directory or the tree, read back and checked for completeness, and
+// recorded in its folder's evidence (evidence.h). The engine prints
 // nothing: the RunResult says what happened, an observer hears it as it
 // goes.
 #pragma once
@@ -21,6 +21,9 @@ struct RunOptions {
   std::string tree = {};
   std::vector<const fips_tv*> suites = {};
   std::string output = {};          // response root; empty: the tree itself
+  std::string command = {};         // for the evidence: the command line
+  std::string version = {};         // and the program's version
+  bool accept_lf = false;           // LF-only requests are converted
   RunObserver* observer = nullptr;  // none: the run is silent
 };
 

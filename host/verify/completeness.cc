@@ -28,6 +28,7 @@ int RecordLines(const RequestShape& shape) {
 
 // Where the request reader stands, for the DRBG's sections.
 struct Section {
+  std::string_view group;      // the last "[...]" line
   std::string_view mechanism;  // the last "[... df]" line
   bool past_target = false;    // an "[AES-256 use df]" line was seen
 };
@@ -41,7 +42,9 @@ int SignedTest(const RequestShape& shape, std::string_view line) {
   for (std::string_view digest : shape.digests) {
     if (line.starts_with(digest)) return 1;
   }
-  return 0;  // SHA-224 and others: copied without a signature
+  // SHA-224 is copied without a signature by design; any other name (MD5)
+  // is not a test the runner may leave unanswered.
+  return line.starts_with("SHA224") ? 0 : 1;
 }
 
 // The answer lines that the test beginning at `line` needs.
@@ -51,7 +54,14 @@ int ExpectedAnswers(const RequestShape& shape, std::string_view line,
     return line.starts_with(shape.test_tag) ? answers : kNotATest;
   };
   switch (shape.layout) {
-    case Layout::kTests: return test(shape.answers_per_test);
+    case Layout::kTests:
+      if (!shape.answered_sections.empty() &&
+          std::find(shape.answered_sections.begin(),
+                    shape.answered_sections.end(),
+                    section.group) == shape.answered_sections.end()) {
+        return test(0);
+      }
+      return test(shape.answers_per_test);
     case Layout::kMonteCarlo:
     case Layout::kShaMonte:
       return test(shape.monte_records * RecordLines(shape));
@@ -100,16 +110,27 @@ struct Item {
   Role role;
   int expected;  // answer lines of the test it begins, or kNotATest
   int answers = 0;
+  long answer_digits = -1;  // DRBG: hex digits of ReturnedBits, or -1
 };
+
+constexpr std::string_view kReturnedBitsLen = "[ReturnedBitsLen = ";
+constexpr std::string_view kReturnedBits = "ReturnedBits = ";
 
 std::vector<Item> ReadRequest(const RequestShape& shape,
                               std::string_view request) {
   std::vector<Item> items;
   Section section;
   bool first_test_seen = false;
+  long returned_bits = -1;  // of the DRBG section in force
   const std::vector<Line> lines = NonBlankLines(request);
   for (std::size_t i = 0; i < lines.size(); ++i) {
     const Line& line = lines[i];
+    if (line.text.starts_with(kReturnedBitsLen)) {
+      returned_bits = std::strtol(
+          std::string(line.text.substr(kReturnedBitsLen.size())).c_str(),
+          nullptr, 10);
+    }
+    if (line.text.starts_with("[")) section.group = line.text;
     if (line.text.starts_with("[") && line.text.ends_with(" df]")) {
       section.mechanism = line.text;
       section.past_target =
@@ -134,6 +155,10 @@ std::vector<Item> ReadRequest(const RequestShape& shape,
                          line.text.starts_with(shape.droppable);
     items.push_back(
         {line, dropped ? Role::kMayBeDropped : Role::kCopied, expected});
+    if (shape.layout == Layout::kDrbgSections && expected > 0 &&
+        returned_bits > 0 && returned_bits % 8 == 0) {
+      items.back().answer_digits = returned_bits / 4;
+    }
   }
   return items;
 }
@@ -218,7 +243,11 @@ Status Matcher::Take(const Line& got) {
 Status Matcher::Answer(std::string_view tag, const Line& got) {
   if (!open_ || open_->expected == 0) {
     return Refused("response " + Shown(got) +
-                   ": an answer where the request has no test to answer");
+                   (open_ && !shape_.answered_sections.empty()
+                        ? ": an answer under a section the runner does not "
+                          "know, which cannot be right"
+                        : ": an answer where the request has no test to "
+                          "answer"));
   }
   // Monte Carlo records are numbered from 0 within their seed.
   const int per_record = RecordLines(shape_);
@@ -227,6 +256,13 @@ Status Matcher::Answer(std::string_view tag, const Line& got) {
        got.text.substr(tag.size()) !=
            std::to_string(open_->answers / per_record))) {
     return Refused("response " + Shown(got) + ": records out of order");
+  }
+  if (tag == kReturnedBits && open_->answer_digits >= 0 &&
+      static_cast<long>(got.text.size() - tag.size()) != open_->answer_digits) {
+    return Refused("response " + Shown(got) + ": " +
+                   std::to_string(got.text.size() - tag.size()) +
+                   " hex digits, where the section asks for " +
+                   std::to_string(open_->answer_digits));
   }
   ++open_->answers;
   return Ok();
@@ -241,6 +277,7 @@ Completeness Matcher::Finish() {
   const Item* gap = nullptr;  // the first test not answered in full
   for (const Item& item : items_) {
     result.tests += counted(item);
+    result.copied += item.expected == 0 && item.line.text.starts_with(shape_.test_tag);
     if (item.expected == kNotATest || item.expected == kAnswerOptional) continue;
     if (item.answers == item.expected) {
       result.answered += counted(item);

@@ -17,6 +17,7 @@ struct Completeness {
   Status status;     // the first gap, with line numbers
   int tests = 0;     // tests of the request that must be answered
   int answered = 0;  // of those, answered in full
+  int copied = 0;    // tests the runner copies without an answer by design
 };
 
 // For the layouts whose tests are answered; a request that stops at its

@@ -1,6 +1,7 @@
 #include "host/verify/verify.h"
 
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <set>
 #include <utility>
@@ -9,7 +10,7 @@
 #include "host/base/file_io.h"
 #include "host/base/paths.h"
 #include "host/base/text.h"
-#include "host/report/run_record.h"
+#include "host/report/evidence.h"
 #include "host/verify/completeness.h"
 #include "host/verify/rsa_answer_checks.h"
 
@@ -23,84 +24,84 @@ enum class Verdict { kPass, kFail, kCompleteOnly, kStopped, kSkip };
 struct Judgement {
   Verdict verdict;
   std::string note;
+  std::string provenance = {};
 };
 
 Judgement Fail(std::string why) { return {Verdict::kFail, std::move(why)}; }
 
-// The run record of the responses, judged: problems are FAIL lines.
-struct RecordCheck {
-  bool present = false;  // a record this program wrote
-  RunRecord record;
+// One folder's evidence, read once.
+struct FolderEvidence {
+  Status status;  // why it could not be read
+  Evidence evidence;
 };
 
-RecordCheck ReadRecord(const std::string& root, const std::string& tree,
-                       std::FILE* out, VerifyTally* tally) {
-  RecordCheck check;
-  const std::string path = JoinPath(root, kRunRecordName);
-  std::string text;
-  Status read = ReadTreeFile(root, kRunRecordName, kMaxFileBytes, &text);
-  if (read.kind() == StatusKind::kMissing) {
-    std::fprintf(out, "note: no run record (%s): the responses are not tied "
-                      "to a run\n", path.c_str());
-    return check;
+class EvidenceCache {
+ public:
+  explicit EvidenceCache(const std::string& root) {
+    opened_ = OpenGivenDirectory(root, 0, &root_);
   }
-  const auto bad = [&](const std::string& why) {
-    std::fprintf(out, "FAIL run record %s: %s\n", path.c_str(), why.c_str());
-    ++tally->failed;
-    tally->files.push_back({"", kRunRecordName, "FAIL", why});
-  };
-  if (!read.ok()) read = read.Prefixed("not read: ");
-  if (read.ok()) read = ParseRunRecord(text, &check.record);
-  if (!read.ok()) {
-    bad(read.message());
-    return check;
+  const FolderEvidence& For(const std::string& dir) {
+    auto [it, added] = folders_.try_emplace(dir);
+    if (added) {
+      it->second.status = opened_.ok()
+                              ? ReadEvidence(root_.get(), dir, &it->second.evidence)
+                              : opened_;
+    }
+    return it->second;
   }
-  check.present = true;
-  if (!check.record.finished) {
-    bad("the responses come from a run that did not finish (started " +
-        check.record.started + ")");
-  }
-  const std::string& recorded_tree = check.record.tree;
-  if (!recorded_tree.empty() &&
-      AbsolutePath(recorded_tree) != AbsolutePath(tree)) {
-    bad("the responses were made for the requests of " + recorded_tree +
-        ", not of " + tree);
-  }
-  return check;
-}
+
+ private:
+  UniqueFd root_;
+  Status opened_;
+  std::map<std::string, FolderEvidence> folders_;
+};
 
 // One file to check.
 struct Entry {
+  std::string dir, name;
   std::string label;  // "<DIR>/<name>"
   const RequestProfile* profile;
   std::string request, response, expected;  // paths relative to their root
 };
 
-std::string Recorded(const RecordedFile& file) {
-  return file.outcome + (file.message.empty() ? "" : ": " + file.message);
-}
+// What the evidence says of a response, apart from its correctness.
+struct Provenance {
+  bool contradicted = false;
+  std::string word;  // as FileVerdict::provenance
+  std::string note;
+};
 
-// What the record says of a response that is there or not; nullopt when
-// it has nothing against it.
-std::optional<Judgement> ByRecord(const RecordCheck& record, const Entry& entry,
-                                  bool response_present, bool strict) {
-  const auto it = record.record.files.find(entry.label);
-  const bool listed = it != record.record.files.end();
-  if (!response_present) {
-    if (listed && it->second.outcome == "answered") {
-      return Fail("no response, although the run record lists it as answered");
-    }
-    const std::string why =
-        "no response" +
-        (listed ? " (run record: " + Recorded(it->second) + ")" : std::string());
-    return Judgement{strict || listed ? Verdict::kFail : Verdict::kSkip, why};
+Provenance JudgeProvenance(const FolderEvidence& folder, const Entry& entry,
+                           const std::string& request,
+                           const std::string& response) {
+  if (!folder.status.ok()) {
+    return {true, "contradicted", "evidence not read: " + folder.status.message()};
   }
-  if (!record.present || (listed && it->second.outcome == "answered")) {
-    return std::nullopt;
+  const auto it = folder.evidence.files.find(entry.name);
+  if (it == folder.evidence.files.end()) return {false, "no evidence", "no evidence"};
+  const EvidenceEntry& e = it->second;
+  const std::string made = " (made " + e.made + ")";
+  if (e.request_sha256 != Sha256Hex(request)) {
+    return {true, "contradicted",
+            "the request changed since the response was made" + made};
   }
-  if (!listed) return Fail("the response is not from the recorded run");
-  return Fail("the recorded run did not answer it (" + Recorded(it->second) +
-              ")");
+  if (e.response_sha256 != Sha256Hex(response)) {
+    return {true, "contradicted",
+            "the response is not the one its evidence records" + made};
+  }
+  if (e.outcome != "answered") {
+    return {true, "contradicted",
+            "the run that made it did not answer it (" + e.outcome +
+                (e.message.empty() ? "" : ": " + e.message) + ")"};
+  }
+  std::string by = "evidence: made " + e.made;
+  const auto run = folder.evidence.runs.find(e.run);
+  if (run != folder.evidence.runs.end()) {
+    const ModuleIdentity& m = run->second.module;
+    by += " by " + m.library + " " + m.version + " (sha256 " +
+          m.library_sha256.substr(0, 16) + ") on " + m.architecture;
+  }
+  return {false, "recorded", by};
 }
 
 Judgement CheckSigVer(const RequestShape& shape, const std::string& request,
@@ -119,6 +120,25 @@ Judgement CheckSigVer(const RequestShape& shape, const std::string& request,
                               " request lines copied"};
 }
 
+// Without expected answers, what can still be judged: a digest, MAC or
+// DRBG output of 8 bytes or more that is all zero bytes is not the output
+// of a working module (a chance of 2^-64 at most).
+Status CheckNotAllZero(const std::string& response) {
+  for (const Line& line : NonBlankLines(response)) {
+    for (std::string_view tag : {"MD = ", "Mac = ", "ReturnedBits = "}) {
+      if (!line.text.starts_with(tag)) continue;
+      const std::string_view value = line.text.substr(tag.size());
+      if (value.size() >= 16 &&
+          value.find_first_not_of('0') == std::string_view::npos) {
+        return Refused("response " + QuoteLine(line, kShown) +
+                       ": all zero bytes, which a working module does not "
+                       "answer");
+      }
+    }
+  }
+  return Ok();
+}
+
 // Value checks of a complete response.
 Judgement CheckValues(const RequestShape& shape, const std::string& response,
                       const std::optional<std::string>& expected,
@@ -127,7 +147,11 @@ Judgement CheckValues(const RequestShape& shape, const std::string& response,
       shape.layout == Layout::kCopiedThrough
           ? std::string("copied through, the runner answers no test in it")
           : std::to_string(complete.answered) + " of " +
-                std::to_string(complete.tests) + " tests answered";
+                std::to_string(complete.tests) + " tests answered" +
+                (complete.copied > 0
+                     ? " (" + std::to_string(complete.copied) +
+                           " more copied without an answer by design)"
+                     : std::string());
   if (shape.layout == Layout::kSignatures || shape.layout == Layout::kKeyCount) {
     const bool signatures = shape.layout == Layout::kSignatures;
     const AnswerCheck a = signatures ? CheckSigGenAnswers(shape, response)
@@ -138,6 +162,9 @@ Judgement CheckValues(const RequestShape& shape, const std::string& response,
                                             : " keys checked")};
   }
   if (!expected) {
+    if (Status zero = CheckNotAllZero(response); !zero.ok()) {
+      return Fail(zero.message());
+    }
     return {Verdict::kCompleteOnly,
             answered + "; checked for completeness only: no .fax"};
   }
@@ -162,10 +189,30 @@ std::optional<Judgement> Read(const std::string& root,
   return Fail(JoinPath(root, relative) + " not read: " + read.message());
 }
 
+Judgement CheckCorrectness(const VerifyOptions& options, const Entry& entry,
+                           const std::string& request,
+                           const std::string& response) {
+  if (!entry.profile) return Fail("no rule for the answers of " + entry.label);
+  const RequestShape& shape = *entry.profile->shape;
+  if (shape.layout == Layout::kStopsAtFirstTest) {
+    return CheckSigVer(shape, request, response);
+  }
+  const Completeness complete = CheckCompleteness(shape, request, response);
+  if (!complete.status.ok()) return Fail(complete.status.message());
+  std::string expected;
+  bool has_expected = false;
+  if (auto bad = Read(options.tree, entry.expected, &expected, &has_expected)) {
+    return *bad;
+  }
+  return CheckValues(shape, response,
+                     has_expected ? std::optional(expected) : std::nullopt,
+                     complete, options.partial);
+}
+
 Judgement CheckEntry(const VerifyOptions& options, const std::string& root,
-                     const Entry& entry, const RecordCheck& record) {
-  std::string request, response, expected;
-  bool has_request = false, has_response = false, has_expected = false;
+                     const Entry& entry, const FolderEvidence& folder) {
+  std::string request, response;
+  bool has_request = false, has_response = false;
   if (auto bad = Read(options.tree, entry.request, &request, &has_request)) {
     return *bad;
   }
@@ -180,22 +227,27 @@ Judgement CheckEntry(const VerifyOptions& options, const std::string& root,
   if (auto bad = Read(root, entry.response, &response, &has_response)) {
     return *bad;
   }
-  if (auto judged = ByRecord(record, entry, has_response, options.strict)) {
-    return *judged;
+  if (!has_response) {
+    const auto it = folder.evidence.files.find(entry.name);
+    if (it != folder.evidence.files.end()) {
+      return Fail("no response, although its evidence records one (made " +
+                  it->second.made + ")");
+    }
+    if (options.allow_missing) return {Verdict::kSkip, "no response"};
+    return Fail("no response (--allow-missing accepts requests without one)");
   }
-  if (!entry.profile) return Fail("no rule for the answers of " + entry.label);
-  const RequestShape& shape = *entry.profile->shape;
-  if (shape.layout == Layout::kStopsAtFirstTest) {
-    return CheckSigVer(shape, request, response);
+  Judgement judged = CheckCorrectness(options, entry, request, response);
+  const Provenance p = JudgeProvenance(folder, entry, request, response);
+  // Both judgements are said; either can make the verdict a FAIL.
+  judged.provenance = p.word;
+  judged.note += "; " + p.note;
+  const bool unproven =
+      p.contradicted || (p.word == "no evidence" && options.require_evidence);
+  if (unproven) {
+    judged.verdict = Verdict::kFail;
+    if (!p.contradicted) judged.note += " (--require-evidence)";
   }
-  const Completeness complete = CheckCompleteness(shape, request, response);
-  if (!complete.status.ok()) return Fail(complete.status.message());
-  if (auto bad = Read(options.tree, entry.expected, &expected, &has_expected)) {
-    return *bad;
-  }
-  return CheckValues(shape, response,
-                     has_expected ? std::optional(expected) : std::nullopt,
-                     complete, options.partial);
+  return judged;
 }
 
 const char* Word(Verdict verdict) {
@@ -230,6 +282,9 @@ void PrintTotals(const VerifyTally& tally, std::FILE* out) {
   }
   if (tally.missing > 0) {
     std::fprintf(out, ", %d without response", tally.missing);
+  }
+  if (tally.no_evidence > 0) {
+    std::fprintf(out, ", %d without evidence", tally.no_evidence);
   }
   std::fprintf(out, "\n");
 }
@@ -287,29 +342,32 @@ VerifyTally VerifyTree(const VerifyOptions& options, std::FILE* out) {
   VerifyTally tally;
   const std::string root =
       options.responses.empty() ? options.tree : options.responses;
-  const RecordCheck record = ReadRecord(root, options.tree, out, &tally);
+  EvidenceCache evidence(root);
   std::set<std::string> seen;
   for (const fips_tv* suite : options.suites) {
     for (const char* const* name = suite->get_filenames(); *name; ++name) {
       const std::string dir = suite->dir;
-      const Entry entry{dir + "/" + *name, FindRequestProfile(dir, *name),
+      const Entry entry{dir, *name, dir + "/" + *name,
+                        FindRequestProfile(dir, *name),
                         dir + "/req/" + *name + ".req",
                         dir + "/resp/" + *name + ".rsp",
                         dir + "/fax/" + *name + ".fax"};
       if (!seen.insert(entry.label).second) continue;
       const SteadyTime start = Now();
-      const Judgement judged = CheckEntry(options, root, entry, record);
+      const Judgement judged =
+          CheckEntry(options, root, entry, evidence.For(dir));
       if (judged.verdict == Verdict::kSkip && judged.note.empty()) {
         continue;  // not in this tree
       }
       Count(judged.verdict, tally);
+      tally.no_evidence += judged.provenance == "no evidence";
       const bool good = judged.verdict == Verdict::kPass ||
                         judged.verdict == Verdict::kCompleteOnly;
       std::fprintf(out, "%s %s%s%s%s\n", Word(judged.verdict),
                    entry.label.c_str(), good ? " (" : ": ",
                    judged.note.c_str(), good ? ")" : "");
-      tally.files.push_back(
-          {dir, *name, Word(judged.verdict), judged.note, SecondsSince(start)});
+      tally.files.push_back({dir, *name, Word(judged.verdict), judged.note,
+                             judged.provenance, SecondsSince(start)});
     }
   }
   if (tally.passed + tally.complete_only + tally.stopped == 0 &&
@@ -319,7 +377,7 @@ VerifyTally VerifyTree(const VerifyOptions& options, std::FILE* out) {
         "suites in " + root;
     std::fprintf(out, "FAIL %s\n", why.c_str());
     ++tally.failed;
-    tally.files.push_back({"", "", "FAIL", why});
+    tally.files.push_back({"", "", "FAIL", why, "", 0});
   }
   PrintTotals(tally, out);
   return tally;

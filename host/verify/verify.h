@@ -1,9 +1,11 @@
-// Checking the responses of a CAVP tree: every response
+// Checking the responses of a CAVP tree, for correctness: every response
 // (<root>/<DIR>/resp/<name>.rsp) must answer every test of its request
 // (<tree>/<DIR>/req/<name>.req), and its answers must match the expected
 // ones (<tree>/<DIR>/fax/<name>.fax, as the sequence of non-blank lines
 // without line ends) or, for the RSA answers that are random, pass their
-// mathematical checks. No file is read through a symbolic link.
+// mathematical checks; and for provenance: the evidence beside the
+// responses (evidence.h) must record this response as the answer to this
+// request. No file is read through a symbolic link.
 #pragma once
 
 #include <cstdio>
@@ -20,7 +22,8 @@ namespace fipsval::host {
 struct VerifyOptions {
   std::string tree;
   std::vector<const fips_tv*> suites;
-  bool strict = false;   // a request without response fails
+  bool allow_missing = false;     // a request without response is not a FAIL
+  bool require_evidence = false;  // a response without evidence is a FAIL
   bool partial = false;  // the requests were shortened (Monte Carlo tests cut
                          // to their first section): a response may end
                          // before its expected-answer file does; it must
@@ -29,23 +32,28 @@ struct VerifyOptions {
                                // in the tree
 };
 
-// One verdict line: a file's (dir and name), the run record's (dir "", name
-// "fipsval-run.json"), or the tree's when nothing was checked (both "").
+// One verdict line: a file's (dir and name), or the tree's when nothing was
+// checked (both "").
 struct FileVerdict {
   std::string dir;
   std::string name;
   std::string verdict;  // "PASS", "FAIL", "COMPLETE", "STOPPED" or "SKIP"
   std::string note;     // what was checked, or why it failed
+  // Whether the response is the one its folder's evidence records for this
+  // very request: "recorded", "no evidence", "contradicted", or "" when no
+  // response was judged.
+  std::string provenance;
   double seconds = 0;
 };
 
 struct VerifyTally {
   int passed = 0;         // complete, and every answer matched or checked
-  int failed = 0;         // includes "nothing was checked" and a bad run record
+  int failed = 0;         // includes "nothing was checked"
   int complete_only = 0;  // complete, without expected answers to compare
   int stopped = 0;        // the SigVer runner's response, which by design
                           // ends at the first test
-  int missing = 0;        // requests without a response (without --strict)
+  int missing = 0;        // requests without a response (--allow-missing)
+  int no_evidence = 0;    // responses judged without evidence
   std::vector<FileVerdict> files;  // in the order of the lines printed
 };
 

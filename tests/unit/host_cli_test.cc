@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
+#include <string>
 #include <vector>
 
 #include "host/platform/entropy_source.h"
@@ -77,13 +79,17 @@ class HostCli : public ::testing::Test {
 
 TEST_F(HostCli, SelftestPassesAndEachForcedFailureEntersTheErrorMode) {
   EXPECT_TRUE(Ran(Fipsval({"selftest"}), 0, "", Report()));  // the built-in data directory
+  EXPECT_TRUE(Ran(Fipsval({"-q", "selftest"}), 0, "", ""));  // -q: the exit status says it
   for (const auto& [name, test, mask, message] :
        {std::tuple{"RSA", "RSA", "mask 16", "RSA self-test failed"},
         {"Configuration", "Configuration Integrity", "mask 64",
          "Configuration Integrity test failed"},
         {"Firmware-integrity", "Firmware integrity", "mask 1", "Firmware integrity test failed"},
         {"RNG", "RNG", "mask 32", "RNG self-test failed"}}) {
-    EXPECT_TRUE(Ran(Run({"selftest", "--force", name}), 3, mask,
+    // Any case; the marker gets the canonical name the library matches.
+    std::string any_case(name);
+    any_case[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(any_case[0])));
+    EXPECT_TRUE(Ran(Run({"selftest", "--force", any_case}), 3, mask,
                     "\nForcing failure of " + std::string(name) + "\n" + Report(test)));
     EXPECT_TRUE(Has(ReadFile("/tmp/host/fips-errors.log"), std::string(" FIPS error: ") + message));
     EXPECT_EQ(ReadFile("/tmp/host/error-mode"), std::string("-3 FIPS error: ") + message + "\n");
@@ -92,7 +98,9 @@ TEST_F(HostCli, SelftestPassesAndEachForcedFailureEntersTheErrorMode) {
   Result r = Run({"--error-log", "/nonexistent/log", "selftest", "--force", "AES"});
   EXPECT_TRUE(Ran(r, 3, "cannot open the error log"));
   EXPECT_TRUE(Has(r.out, "Failed to log self-test failure: FIPS error: AES self-test failed"));
-  EXPECT_TRUE(Ran(Fipsval({"kat", "aes", "rsa"}), 0, "", "aes          passed\nrsa  "
+  r = Run({"--error-mode-file", "/nonexistent/mode", "selftest", "--force", "AES"});
+  EXPECT_TRUE(Ran(r, 3, "fipsval: cannot record the error mode in /nonexistent/mode: "));
+  EXPECT_TRUE(Ran(Fipsval({"kat", "AES", "rsa"}), 0, "", "aes          passed\nrsa  "
                                                          "        passed\n"));
   EXPECT_TRUE(Ran(Fipsval({"kat", "--force", "3des"}), 1, "", "3des         failed\n"));
   // RDRAND: x86-64 CPUs that have it; elsewhere the RNG test fails and says why.
@@ -104,7 +112,9 @@ TEST_F(HostCli, SelftestPassesAndEachForcedFailureEntersTheErrorMode) {
 // standard output; a failing run is status 1.
 TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
   ResetVectorDirs();
-  std::system("mkdir -p /tmp/empty /tmp/tree/SHA/req && touch /tmp/tree/SHA/req/SHA1Monte.req");
+  std::system("mkdir -p /tmp/empty /tmp/tree/SHA/req /tmp/rsa/RSA2/req && touch /tmp/tree/SHA/req/SHA1Monte.req && "
+              "printf '[mod = 2048]\\r\\n\\r\\nN = 1000000\\r\\n' > /tmp/rsa/RSA2/req/KeyGen_RandomProbablyPrime3_3.req && "
+              "mkfifo /tmp/fifo && ln -s /tmp/empty /tmp/outlink");
   ASSERT_EQ(mount("/tmp/tree", "/tmp/tree", nullptr, MS_BIND, nullptr), 0);
   mount(nullptr, "/tmp/tree", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr);
   const struct {
@@ -112,15 +122,15 @@ TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
     int status;
     std::string says;
   } cases[] = {
-      {{"selftest", "--force", "aes"}, 2, "unknown test name \"aes\" (did you mean AES?)"},
       {{"selftest", "--force", "RSA\n"}, 2, "unknown test name \"RSA\\n\""},
-      {{"selftest", "--force", "firmware"}, 2, "unknown test name \"firmware\"; names are exact: "
+      {{"selftest", "--force", "firmware"}, 2, "unknown test name \"firmware\"; the names (any case): "
                                                "AES SHA1-HMAC SHA256-HMAC 3DES RSA RNG "
                                                "Firmware-integrity Configuration"},
+      {{"kat", "AESX"}, 2, "kat: unknown test (one of aes, sha1-hmac, "},
+      {{"run", "--list", "nope", "/tmp"}, 2, "unknown list"},
       {{"selftest", "--force"}, 2, "--force needs a test name"},
       {{"selftest", "--force", "AES", "--force", "RSA"}, 2, "only one test can be forced"},
       {{"run", "--suite", "NOPE", "/tmp"}, 2, "unknown suite"},
-      {{"run", "--list", "nope", "/tmp"}, 2, "unknown list"},
       {{"run", "/tmp/empty"}, 1, "has no request folders"},
       {{"run", "--suite", "SHA1", "/tmp/tree"}, 1, "use --output DIR"},
       // Report paths are checked before any work.
@@ -129,6 +139,12 @@ TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
       {{"verify", "--junit", "/tmp", "/tmp/tree"}, 1, "the report /tmp names a directory"},
       {{"verify", "--json"}, 2, "verify: --json needs a file"},
       {{"entropy", "many"}, 2, ""},
+      {{"entropy", "0"}, 2, "entropy: the number of samples must be at least 1, not 0"},
+      {{"--bogus"}, 2, "unknown option --bogus"},
+      {{"run", "--suite", "SHA1", "--output", "/tmp/outlink", "/tmp/tree"}, 1,
+       "cannot use the output directory /tmp/outlink: it is a symbolic link (not followed)"},
+      {{"--config-digest", "/tmp/fifo", "update-config"}, 1, "cannot write /tmp/fifo: not a regular file"},
+      {{"--config", "/tmp/fifo", "update-config"}, 1, "cannot read /tmp/fifo: not a regular file"},
       {{"entropy", "--output"}, 2, "entropy: --output needs a directory"},
       {{"acvp", "--check", "--prompt"}, 2, "acvp --check: --prompt needs a file"},
       {{"frobnicate"}, 2, "(see fipsval --help)"},
@@ -137,6 +153,10 @@ TEST_F(HostCli, UserErrorsGiveOneLineAndAnExitStatus) {
   for (const auto& c : cases) {
     EXPECT_TRUE(Ran(Fipsval(c.args), c.status, c.says, ""));
   }
+  const Result keys = Fipsval({"run", "--suite", "RSA2", "/tmp/rsa"});
+  EXPECT_EQ(keys.status, 1);
+  EXPECT_TRUE(Has(keys.out, "KeyGen_RandomProbablyPrime3_3.req: not run: line 3: asks for 1000000 keys, at most 100"))
+      << keys.out;
   umount("/tmp/tree");
   EXPECT_FALSE(FileExists("/data/etc/katfail") || FileExists("/tmp/tree/SHA/resp"));
   EXPECT_TRUE(Ran(Fipsval({"entropy", "3"}), 0));
@@ -167,6 +187,17 @@ TEST_F(HostCli, EntriesPlantedAtTheMarkerAreNeitherFollowedNorWaitedOn) {
     EXPECT_EQ(ReadFile("/tmp/victim"), "secret first line\n") << plant;
     unlink("/data/etc/katfail");
   }
+}
+
+// Nor is a link in the marker's path: /data/etc itself.
+TEST_F(HostCli, ALinkedMarkerFolderIsNotFollowed) {
+  ASSERT_EQ(rename("/data/etc", "/data/etc.real"), 0);
+  ASSERT_EQ(symlink("/tmp", "/data/etc"), 0);
+  EXPECT_TRUE(Ran(Fipsval({"selftest", "--force", "AES"}), 1,
+                  "cannot use /data/etc: it is a symbolic link (not followed)", ""));
+  EXPECT_FALSE(FileExists("/tmp/katfail"));
+  unlink("/data/etc");
+  ASSERT_EQ(rename("/data/etc.real", "/data/etc"), 0);
 }
 
 TEST_F(HostCli, ConfigurationChecksFailUntilRehashedAndAnUnstoredDigestFails) {

@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "host/report/evidence.h"
 #include "host/report/run_console.h"
 #include "host/run/console_sorter.h"
 #include "host/run/run_plan.h"
@@ -37,6 +38,7 @@ constexpr const char* kVictim = "/tmp/victim";
 constexpr const char* kSecret = "root's secret\n";
 const std::string kHmac = "[L=20]\n\nCount = 0\nKlen = 4\nTlen = 20\nKey = 4a656665\nMsg = 00\n";
 const std::string kSamples = FIPSVAL_SOURCE_DIR "/samples";
+const std::string kEvidence = "/tmp/tree/HMAC/resp/fipsval-evidence.json";
 
 // args run as `uid` (through setpriv), or as this user when uid is -1.
 ProgramResult As(int uid, std::vector<std::string> args) {
@@ -93,7 +95,7 @@ TEST_F(HostAttack, PlantedStagingPathsDoNotReachTheRun) {
   EXPECT_HAS(ReadFile("/tmp/tree/HMAC/resp/HMAC.rsp"), "Mac = ");
   const ProgramResult entropy = Fipsval({"entropy", "2"});
   EXPECT_EQ(entropy.status, 1);
-  EXPECT_HAS(entropy.err, "/tmp/resp belongs to uid 65534");
+  EXPECT_HAS(entropy.err, "(uid 65534), not to this user: refused (left by their run");
 }
 
 // Where a user gets no private staging (uid 65533 here), the shared paths
@@ -106,7 +108,7 @@ TEST_F(HostAttack, SharedStagingRefusesPathsItDoesNotOwnAndASecondRun) {
   }
   ASSERT_EQ(probe.status, 0) << probe.out << probe.err;
   const struct { const char* attack, *message; } kCases[] = {
-      {"mkdir /tmp/req", "/tmp/req belongs to uid 65534, not to this user: refused"},
+      {"mkdir /tmp/req", "(uid 65534), not to this user: refused (left by their run: they or root must remove it)"},
       {"ln -s /tmp/victim /tmp/resp", "/tmp/resp is not a directory (a link or a file): refused"},
   };
   for (const auto& c : kCases) {
@@ -124,7 +126,7 @@ TEST_F(HostAttack, SharedStagingRefusesPathsItDoesNotOwnAndASecondRun) {
   for (const auto& args : kSecond) {
     const ProgramResult r = Fipsval(args, 65533);
     EXPECT_EQ(r.status, 1) << args[0];
-    EXPECT_HAS(r.err, "another fipsval run or entropy export is using");
+    EXPECT_HAS(r.err, "another fipsval run or entropy export is using /tmp/req and /tmp/resp by root (uid 0), process ");
   }
   close(lock);
 }
@@ -148,8 +150,10 @@ TEST_F(HostRun, ConcurrentRunsAreIndependentOrRefused) {
 }
 
 // What the engine makes of one request file in each shape it meets: its
-// plan, outcome and message in the result and the run record; a file no
-// suite handles is listed, a stale response never survives.
+// plan, outcome and message in the result and the evidence; a response that
+// stops short of its request is a runner error; a file no suite handles,
+// in a suite's folder or one no suite knows, is listed; a stale response
+// never survives.
 TEST_F(HostRun, TheEngineGivesEveryRequestFileItsOutcomeAndMessage) {
   using host::FilePlan;
   using host::FileOutcome;
@@ -159,13 +163,18 @@ TEST_F(HostRun, TheEngineGivesEveryRequestFileItsOutcomeAndMessage) {
        FileOutcome::kRunnerError, "Key field not present"},
       {kHmac, FilePlan::kRefused, FileOutcome::kNotAnswered,
        "not run, the library cannot read it right: line 1: line ends in LF, not CR LF; line 2: line ends "
-       "in LF, not CR LF; line 3: line ends in LF, not CR LF"},
+       "in LF, not CR LF; line 3: line ends in LF, not CR LF (convert it to CR LF line ends, or run with "
+       "--accept-lf)"},
       {"", FilePlan::kAbsent, FileOutcome::kNotAnswered, "no request file"},
+      {Crlf(kHmac + "[L=99]\n\nCount = 1\nKlen = 4\nTlen = 20\nKey = 4a656665\nMsg = 00\n"), FilePlan::kRun,
+       FileOutcome::kRunnerError, "incomplete response: response line 16: Mac = aaf8022d048e62fb9b710d820d91dac03df1d626: "
+       "an answer under a section the runner does not know, which cannot be right"},
       {std::string((64 << 20) + 1, 'x'), FilePlan::kRefused, FileOutcome::kNotAnswered,
        "cannot read it: larger than 64 MiB"},
       {"->/tmp/victim", FilePlan::kRefused, FileOutcome::kNotAnswered,
        "cannot read it: it is a symbolic link (not followed)"},
   };
+  Shell("mkdir -p /tmp/tree/ECDSA/req && touch /tmp/tree/ECDSA/req/SigGen.req");  // no suite knows ECDSA
   for (const auto& c : kCases) {
     Shell("rm -rf /tmp/tree/HMAC && mkdir -p /tmp/tree/HMAC/req /tmp/tree/HMAC/resp");
     WriteFile("/tmp/tree/HMAC/req/CFB8.req", "x\r\n");
@@ -182,13 +191,25 @@ TEST_F(HostRun, TheEngineGivesEveryRequestFileItsOutcomeAndMessage) {
     EXPECT_EQ(file->outcome, c.outcome) << c.message;
     EXPECT_EQ(file->message, c.message);
     EXPECT_EQ(run.Succeeded(), c.outcome == FileOutcome::kAnswered) << c.message;
-    EXPECT_EQ(run.unhandled, std::vector<std::string>{"/tmp/tree/HMAC/req/CFB8.req"});
-    const json record = json::parse(ReadFile("/tmp/tree/fipsval-run.json"));
-    EXPECT_EQ(record["finished"], run.finished);
-    EXPECT_EQ(record["files"][0]["outcome"], host::OutcomeName(c.outcome));
-    EXPECT_EQ(record["files"][0]["message"], c.message);
+    EXPECT_EQ(run.unhandled,
+              (std::vector<std::string>{"/tmp/tree/ECDSA/req/SigGen.req", "/tmp/tree/HMAC/req/CFB8.req"}));
+    // The evidence lists the responses made, with their outcome and digests.
+    const json evidence =
+        json::parse(FileExists(kEvidence) ? ReadFile(kEvidence) : "{\"files\": []}");
+    ASSERT_EQ(evidence["files"].size(), file->written ? 1u : 0u) << c.message;
+    if (file->written) {
+      EXPECT_EQ(evidence["files"][0]["outcome"], host::OutcomeName(c.outcome));
+      EXPECT_EQ(evidence["files"][0]["response_sha256"],
+                host::Sha256Hex(ReadFile("/tmp/tree/HMAC/resp/HMAC.rsp")));
+    }
     EXPECT_TRUE(c.request.empty() || ReadFile("/tmp/tree/HMAC/resp/HMAC.rsp").find("stale") == std::string::npos);
   }
+  // --accept-lf: the LF request, converted, is answered; its evidence is of
+  // the file as the tree holds it.
+  Shell("rm -rf /tmp/tree/HMAC && mkdir -p /tmp/tree/HMAC/req");
+  WriteFile("/tmp/tree/HMAC/req/HMAC.req", kHmac);
+  EXPECT_TRUE(host::RunTree({.tree = "/tmp/tree", .suites = {&fips_tv_hmac}, .accept_lf = true}).Succeeded());
+  EXPECT_HAS(ReadFile(kEvidence), host::Sha256Hex(kHmac));
   // Past 4 GiB (sparse): measured in 64 bits on 32-bit hosts too.
   Shell("rm -f /tmp/tree/HMAC/req/HMAC.req && truncate -s 4294967297 /tmp/tree/HMAC/req/HMAC.req");
   EXPECT_HAS(Fipsval({"run", "--suite", "HMAC", "/tmp/tree"}).out, "cannot read it: larger than 64 MiB");
@@ -258,9 +279,10 @@ TEST(ConsoleSorter, FilesEveryLineUnderItsFileAndConcludesEach) {
   }
 }
 
-// After a run: -q only the files with a problem, by default one line for a
-// suite none of whose files is in the tree, -v every file; and while it
-// runs, each title once and no library line at all with -q.
+// After a run: -q only the files with a problem, by default every file of
+// the tree, -v also those the tree lacks; the totals name the folders that
+// received responses; while it runs, the library's lines only with -v,
+// each title once, and an error of no file at every verbosity.
 TEST(RunConsole, SaysEachFileAtEachVerbosityAndEachTitleOnce) {
   using host::FilePlan;
   host::RunResult run;
@@ -272,16 +294,15 @@ TEST(RunConsole, SaysEachFileAtEachVerbosityAndEachTitleOnce) {
                File(fips_tv_3des, "TCBCMMT2", FilePlan::kAbsent)};
   run.unhandled = {"/t/HMAC/req/X.req"};
   const std::string problem = "runner error /t/TDES/req/TCBCMMT1.req: Key field not present\n";
-  const std::string absent = "not answered /t/TDES/req/TCBCMMT2.req: no request file\n";
   const std::string totals = "run: 1 answered, 1 runner errors, 0 not answered, 3 without request file, 1 not "
-                             "handled; 1 responses written to /t/<DIR>/resp in 2.0 s\n";
+                             "handled; 1 responses written to /t/HMAC/resp in 2.0 s\n";
+  const std::string unhandled = "not handled  /t/HMAC/req/X.req: no suite reads this file\n";
   const std::string kWant[] = {
       problem + totals,
-      "answered     /t/HMAC/req/HMAC.req\nnot answered /t/SHA/req: no request file of suite SHA1\n" + problem +
-          absent + "not handled  /t/HMAC/req/X.req: no suite reads this file\n" + totals,
-      "answered     /t/HMAC/req/HMAC.req\nnot answered /t/SHA/req/SHA1ShortMsg.req: no request file\n"
-      "not answered /t/SHA/req/SHA1Monte.req: no request file\n" + problem + absent +
-          "not handled  /t/HMAC/req/X.req: no suite reads this file\n" + totals};
+      "answered     /t/HMAC/req/HMAC.req\n" + problem + unhandled + totals,
+      "answered     /t/HMAC/req/HMAC.req\nnot in tree  /t/SHA/req/SHA1ShortMsg.req\n"
+      "not in tree  /t/SHA/req/SHA1Monte.req\n" + problem + "not in tree  /t/TDES/req/TCBCMMT2.req\n" +
+          unhandled + totals};
   for (int verbosity = 0; verbosity <= 2; ++verbosity) {
     EXPECT_EQ(CaptureStdout([&] { host::PrintRunSummary(run, verbosity); }), kWant[verbosity]);
     const std::string live = CaptureStdout([&] {
@@ -292,28 +313,68 @@ TEST(RunConsole, SaysEachFileAtEachVerbosityAndEachTitleOnce) {
       console.Printed(&run.files[3], host::LineKind::kProgress, "ENCRYPT");
       console.Printed(nullptr, host::LineKind::kRunnerError, "bad\x01");
     });
-    EXPECT_EQ(live, verbosity == 0 ? "" : "TDES KAT\nTDES MMT\nENCRYPT\nbad\\x01\n");
+    EXPECT_EQ(live, verbosity < 2 ? "bad\\x01\n" : "TDES KAT\nTDES MMT\nENCRYPT\nbad\\x01\n");
   }
 }
 
-// A run killed part way leaves a record that says so, and no response of
-// an earlier run for the files it was to answer.
-TEST_F(HostRun, AKilledRunLeavesAnUnfinishedRecordAndNoStaleResponses) {
+// A run killed part way leaves no evidence for the files it was to answer,
+// and no response of an earlier run for them.
+TEST_F(HostRun, AKilledRunLeavesNoEvidenceAndNoStaleResponses) {
   Shell("rm -rf /tmp/tree && mkdir -p /tmp/tree/HMAC/resp && cp -R " + kSamples + "/TDES " + kSamples +
         "/HMAC /tmp/tree/");
-  WriteFile("/tmp/tree/HMAC/resp/HMAC.rsp", "from an earlier run\r\n");
+  const std::string stale = "from an earlier run\r\n";
+  WriteFile("/tmp/tree/HMAC/resp/HMAC.rsp", stale);
+  host::Evidence earlier{"HMAC", {{"HMAC", {"", host::Sha256Hex(stale), "answered", "", "then", "r"}}}, {}};
+  WriteFile(kEvidence, host::EvidenceJson(earlier));
   const pid_t run = StartProgram({FIPSVAL_CLI, "run", "--suite", "3DES", "--suite", "HMAC", "/tmp/tree"}, "killed");
   bool started = false;
   for (int i = 0; i < 200 && !started; ++i) {
     usleep(20000);
-    started = ReadFile("/tmp/tree/fipsval-run.json").find("\"finished\": null") != std::string::npos &&
-              !FileExists("/tmp/tree/HMAC/resp/HMAC.rsp");
+    started = !FileExists("/tmp/tree/HMAC/resp/HMAC.rsp");
   }
   ASSERT_TRUE(started);
   kill(run, SIGKILL);
   EXPECT_EQ(WaitProgram(run, "killed").status, 128 + SIGKILL);
-  EXPECT_HAS(ReadFile("/tmp/tree/fipsval-run.json"), "\"finished\": null");
+  EXPECT_EQ(ReadFile(kEvidence).find("\"name\": \"HMAC\""), std::string::npos);
   EXPECT_FALSE(FileExists("/tmp/tree/HMAC/resp/HMAC.rsp"));
+}
+
+// A lab's workflows, each judged right: one suite re-run, a tree moved, a
+// vendor's responses checked against the lab's expected answers (with and
+// without evidence), a tree path that is not UTF-8; and what must fail: a
+// request changed after it was answered, a response missing.
+TEST_F(HostRun, EvidenceFollowsTheResponsesThroughALabsWorkflows) {
+  Shell("rm -rf /tmp/a /tmp/b /tmp/v /tmp/vo && mkdir /tmp/a && cp -R " + kSamples + "/HMAC " + kSamples +
+        "/SHA /tmp/a && mkdir /tmp/v && cp -R /tmp/a/HMAC /tmp/a/SHA /tmp/v && rm -rf /tmp/v/*/fax");
+  const struct { const char* shell; std::vector<std::string> args; int status; const char* said; } kSteps[] = {
+      {"", {"run", "-q", "--suite", "HMAC", "--suite", "SHA1", "/tmp/a"}, 0, "run: 4 answered"},
+      {"", {"run", "-q", "--suite", "SHA1", "/tmp/a"}, 0, "run: 3 answered"},
+      {"", {"verify", "--suite", "HMAC", "--suite", "SHA1", "/tmp/a"}, 0, " 0 failed\n"},
+      {"mv /tmp/a /tmp/b", {"verify", "--suite", "HMAC", "--suite", "SHA1", "/tmp/b"}, 0, "evidence: made "},
+      {"", {"run", "-q", "--suite", "HMAC", "--output", "/tmp/vo", "/tmp/v"}, 0, "run: 1 answered"},
+      {"", {"verify", "--suite", "HMAC", "--output", "/tmp/vo", "/tmp/b"}, 0, "PASS HMAC/HMAC ("},
+      {"rm /tmp/vo/HMAC/resp/fipsval-evidence.json", {"verify", "--suite", "HMAC", "--output", "/tmp/vo", "/tmp/b"},
+       0, "1 passed, 0 failed, 1 without evidence"},
+      {"", {"verify", "--require-evidence", "--suite", "HMAC", "--output", "/tmp/vo", "/tmp/b"}, 1,
+       "no evidence (--require-evidence)"},
+      {"mv /tmp/b /tmp/caf$(printf '\\351')", {"run", "-q", "--verify", "--suite", "HMAC", "/tmp/caf\xe9"}, 0,
+       " 0 failed\n"},
+      {"", {"verify", "--suite", "SHA1", "--suite", "HMAC", "--output", "/tmp/vo", "/tmp/caf\xe9"}, 1,
+       "FAIL SHA/SHA1ShortMsg: no response (--allow-missing"},
+      {"", {"verify", "--allow-missing", "--suite", "SHA1", "--suite", "HMAC", "--output", "/tmp/vo", "/tmp/caf\xe9"},
+       0, "3 without response"},
+      {"for d in /tmp/caf*; do printf '# edited\\r\\n' >> $d/HMAC/req/HMAC.req; done", {"verify", "--suite", "HMAC", "/tmp/caf\xe9"},
+       1, "; the request changed since the response was made"},
+      {"rm /tmp/caf*/SHA/resp/SHA1Monte.rsp", {"verify", "--allow-missing", "--suite", "SHA1", "/tmp/caf\xe9"}, 1,
+       "FAIL SHA/SHA1Monte: no response, although its evidence records one"},
+  };
+  for (const auto& step : kSteps) {
+    if (*step.shell) Shell(step.shell);
+    const ProgramResult r = Fipsval(step.args);
+    EXPECT_EQ(r.status, step.status) << step.args[0] << " " << step.args.back() << "\n" << r.out << r.err;
+    EXPECT_HAS(r.out, step.said);
+  }
+  Shell("rm -rf /tmp/caf* /tmp/v /tmp/vo");
 }
 
 TEST(RequestCheck, FindsWhatTheReaderCannotReadWithItsLine) {
@@ -342,31 +403,38 @@ class HostResult : public ::testing::Test {
     }
     ASSERT_EQ(0, std::system("rm -rf /tmp/tree /tmp/out /tmp/r.* && cp -r " FIPSVAL_SOURCE_DIR "/samples /tmp/tree"));
   }
-  // /tmp/r.json valid under the schema, /tmp/r.xml well-formed XML.
+  // /tmp/r.json valid under the schema, /tmp/r.xml well-formed XML, and the
+  // evidence of an --output /tmp/out run under its schema.
   void ExpectValid() {
     if (!missing_.empty()) GTEST_SKIP() << "not validated: " << missing_;  // the other checks still ran
     const ProgramResult r = As(-1, 
         {"python3", "-c",
-         "import json, sys, jsonschema, xml.dom.minidom\n"
+         "import json, os, sys, jsonschema, xml.dom.minidom\n"
          "schema = json.load(open(sys.argv[1]))\n"
          "jsonschema.Draft7Validator.check_schema(schema)\n"
          "jsonschema.Draft7Validator(schema).validate(json.load(open('/tmp/r.json')))\n"
-         "xml.dom.minidom.parse('/tmp/r.xml')\n",
-         FIPSVAL_SOURCE_DIR "/doc/fipsval-result.schema.json"});
+         "xml.dom.minidom.parse('/tmp/r.xml')\n"
+         "evidence = '/tmp/out/HMAC/resp/fipsval-evidence.json'\n"
+         "if os.path.exists(evidence):\n"
+         "  schema = json.load(open(sys.argv[2]))\n"
+         "  jsonschema.Draft7Validator.check_schema(schema)\n"
+         "  jsonschema.Draft7Validator(schema).validate(json.load(open(evidence)))\n",
+         FIPSVAL_SOURCE_DIR "/doc/fipsval-result.schema.json",
+         FIPSVAL_SOURCE_DIR "/doc/fipsval-evidence.schema.json"});
     EXPECT_EQ(r.status, 0) << r.out << r.err;
   }
   std::string missing_;
 };
 
-// Responses and run record in --output; nothing is written to the tree.
+// Responses and their evidence in --output; nothing is written to the tree.
 TEST_F(HostResult, RunVerifyOnGoodSamplesValidatesAndCountsEveryFile) {
   const ProgramResult r = Fipsval({"run", "--suite", "HMAC", "--suite", "SHA1", "--suite", "TLS", "--verify",
                                    "-q", "--json", "/tmp/r.json", "--junit", "/tmp/r.xml", "--output",
                                    "/tmp/out", "/tmp/tree"});
   ASSERT_EQ(r.status, 0) << r.out << r.err;
   EXPECT_HAS(ReadFile("/tmp/out/HMAC/resp/HMAC.rsp"), "Mac = ");
-  EXPECT_HAS(ReadFile("/tmp/out/fipsval-run.json"), "\"outcome\": \"answered\"");
-  EXPECT_FALSE(FileExists("/tmp/tree/HMAC/resp/HMAC.rsp") || FileExists("/tmp/tree/fipsval-run.json"));
+  EXPECT_HAS(ReadFile("/tmp/out/HMAC/resp/fipsval-evidence.json"), "\"outcome\": \"answered\"");
+  EXPECT_FALSE(FileExists("/tmp/tree/HMAC/resp"));
   const json doc = json::parse(ReadFile("/tmp/r.json"), nullptr, false);
   ASSERT_TRUE(doc.is_object()) << ReadFile("/tmp/r.json");
   const std::size_t files = doc["run"]["files"].size();
@@ -394,9 +462,9 @@ TEST_F(HostResult, ReportsNameEveryFailureValidateAndNeverFollowALink) {
                File(fips_tv_sha1, "SHA1Monte", FilePlan::kAbsent)};
   run.stopped = host::Failed("the run stopped: Killed");
   host::VerifyTally tally;
-  tally.files = {{"SHA", "A", "FAIL", "first difference\n  response line 3: MD = 0a", 0},
-                 {"SHA", "B", "SKIP", "no response", 0}, {"RSA2", "C", "STOPPED", "by design", 0},
-                 {"", "fipsval-run.json", "FAIL", "not read", 0}};
+  tally.files = {{"SHA", "A", "FAIL", "first difference\n  response line 3: MD = 0a", "recorded", 0},
+                 {"SHA", "B", "SKIP", "no response", "", 0}, {"RSA2", "C", "STOPPED", "by design", "no evidence", 0},
+                 {"SHA", "D", "FAIL", "the request changed", "contradicted", 0}};
   WriteFile("/tmp/victim", "secret\n");
   ASSERT_EQ(symlink("/tmp/victim", "/tmp/r.xml"), 0);
   host::ResultReport report;
@@ -430,7 +498,7 @@ TEST_F(HostResult, AReportThatCannotBeWrittenMakesTheOthersSaySo) {
   Shell("mkdir -p /tmp/rdir/x");
   host::VerifyTally tally;
   tally.passed = 1;
-  tally.files = {{"SHA", "A", "PASS", "1 of 1 tests answered", 0}};
+  tally.files = {{"SHA", "A", "PASS", "1 of 1 tests answered", "recorded", 0}};
   const std::string why = "cannot write the report /tmp/rdir: Is a directory";
   for (const bool json_fails : {false, true}) {
     Shell("rm -f /tmp/r.json /tmp/r.xml");

@@ -21,6 +21,7 @@
 #include "host/base/file_io.h"
 #include "host/verify/completeness.h"
 #include "host/verify/rsa_answer_checks.h"
+#include "host/report/evidence.h"
 #include "host/verify/verify.h"
 #include "tests/support/test_env.h"
 
@@ -61,6 +62,9 @@ TEST(Completeness, EveryTestOfTheRequestIsAnswered) {
       // SigGen cut after its first signature; the SHA-224 test has none.
       {"SigGen15_186-3", siggen, "[mod = 1024]\nn = 8F\ne = 03\nSHAAlg = SHA1\nMsg = 00\nS = 01\n",
        "incomplete: 1 of 2 tests answered; the response ends before request line 6: SHAAlg = SHA224"},
+      // A digest the runner does not know gets no signature: not answered.
+      {"SigGen15_186-3", "[mod = 1024]\n\nSHAAlg = MD5\nMsg = 00\n", "[mod = 1024]\nn = 8F\ne = 03\nSHAAlg = MD5\nMsg = 00\n",
+       "incomplete: 0 of 1 tests answered; request line 3: SHAAlg = MD5 has 0 answer lines of 1"},
       {"KeyGen_RandomProbablyPrime3_3", "[mod = 2048]\n\nN = 3\n", "[mod = 2048]\n" + key,
        "incomplete: 0 of 1 tests answered; request line 3: N = 3 has 5 answer lines of 15"},
       // A count from 100000 up is not taken as one: no response can complete it.
@@ -72,6 +76,13 @@ TEST(Completeness, EveryTestOfTheRequestIsAnswered) {
       {"CBCMCT128", mct, Records(101, 50), "response line 302: COUNT = 51: records out of order"},
       {"tls", "COUNT = 0\n", "COUNT = 0\nmaster_secret = 00\nkey_block = 00\nx\n",
        "response line 4: x: more than the request asks for"},
+      // A DRBG answer of another length than its section asks for.
+      {"CTR_DRBG", "[AES-256 use df]\n[ReturnedBitsLen = 64]\n\nCOUNT = 0\nEntropyInput = 00\n",
+       "[AES-256 use df]\n[ReturnedBitsLen = 64]\nCOUNT = 0\nEntropyInput = 00\nReturnedBits = 00ff\n",
+       "response line 5: ReturnedBits = 00ff: 4 hex digits, where the section asks for 16"},
+      // The HMAC runner answers [L=28] with another digest: no answer there is right.
+      {"HMAC", "[L=28]\n\nCount = 0\nMsg = 00\n", "[L=28]\nCount = 0\nMsg = 00\nMac = 01\n",
+       "response line 4: Mac = 01: an answer under a section the runner does not know"},
   };
   for (const auto& c : kCases) {
     const host::Completeness got =
@@ -118,9 +129,10 @@ class VerifyTree : public ::testing::Test {
       }
     }
   }
-  std::string Verify(std::vector<const fips_tv*> suites, bool strict = false,
-                     const std::string& responses = "") {
-    const host::VerifyOptions options{"/tmp/t", std::move(suites), strict, false, responses};
+  std::string Verify(std::vector<const fips_tv*> suites, bool allow_missing = false,
+                     const std::string& responses = "", bool require_evidence = false) {
+    const host::VerifyOptions options{"/tmp/t", std::move(suites), allow_missing, require_evidence, false,
+                                      responses};
     return CaptureStdout([&] { tally_ = host::VerifyTree(options, stdout); });
   }
   host::VerifyTally tally_;
@@ -130,28 +142,32 @@ class VerifyTree : public ::testing::Test {
 
 TEST_F(VerifyTree, NothingCheckedFailsAndNoFaxIsSaid) {
   Make({{"SHA/req/SHA1ShortMsg.req", sha_req_}});
-  std::string out = Verify({&fips_tv_sha1});
+  std::string out = Verify({&fips_tv_sha1}, /*allow_missing=*/true);
   EXPECT_EQ(tally_.failed, 1);
   EXPECT_HAS(out, "SKIP SHA/SHA1ShortMsg: no response\nFAIL nothing was checked");
 
   Make({{"SHA/req/SHA1ShortMsg.req", sha_req_}, {"SHA/resp/SHA1ShortMsg.rsp", sha_rsp_}});
-  out = Verify({&fips_tv_sha1}, /*strict=*/true);
+  out = Verify({&fips_tv_sha1});
   EXPECT_EQ(tally_.failed, 0);
-  EXPECT_HAS(out, "COMPLETE SHA/SHA1ShortMsg (1 of 1 tests answered; checked for completeness only: no .fax)");
+  EXPECT_HAS(out, "COMPLETE SHA/SHA1ShortMsg (1 of 1 tests answered; checked for completeness only: no .fax; "
+                  "no evidence)");
+  // Without a .fax, an all-zero digest still cannot be right.
+  Make({{"SHA/req/SHA1ShortMsg.req", sha_req_}, {"SHA/resp/SHA1ShortMsg.rsp", sha_req_ + "MD = 0000000000000000\n"}});
+  EXPECT_HAS(Verify({&fips_tv_sha1}), "FAIL SHA/SHA1ShortMsg: response line 5: MD = 0000000000000000: all zero bytes");
 }
 
-// --strict asks only for the requests the tree has; SigVer is said to stop.
+// Only the requests the tree has are asked for; SigVer is said to stop.
 TEST_F(VerifyTree, StrictRsaTreeAndTheSigVerStop) {
   const std::string keygen = "# key generation\n[mod = 2048]\n";
   const std::string sigver = "[mod = 1024]\nn = 0a\nSHAAlg = SHA1\ne = 03\nMsg = 00\nS = 01\n";
   Make({{"RSA2/req/KeyGen_186-3.req", keygen}, {"RSA2/resp/KeyGen_186-3.rsp", keygen},
         {"RSA2/fax/KeyGen_186-3.fax", keygen}, {"RSA2/req/SigVer15_186-3.req", sigver},
         {"RSA2/resp/SigVer15_186-3.rsp", "[mod = 1024]\nn = 0a\nSHAAlg = SHA1\n"}});
-  const std::string out = Verify({&fips_tv_rsa}, /*strict=*/true);
+  const std::string out = Verify({&fips_tv_rsa});
   EXPECT_EQ(tally_.failed, 0);
   EXPECT_EQ(tally_.passed, 1);
   EXPECT_HAS(out, "STOPPED RSA2/SigVer15_186-3: the runner stops at the first test");
-  EXPECT_TRUE(out.ends_with("1 passed, 0 failed, 1 stopped at the first test by design\n")) << out;
+  EXPECT_TRUE(out.ends_with("1 passed, 0 failed, 1 stopped at the first test by design, 2 without evidence\n")) << out;
 }
 
 TEST_F(VerifyTree, LinksAreNotFollowed) {
@@ -167,18 +183,37 @@ TEST_F(VerifyTree, LinksAreNotFollowed) {
   }
 }
 
-TEST_F(VerifyTree, RunRecordAndOutputDirectory) {
-  Make({{"SHA/req/SHA1ShortMsg.req", sha_req_}, {"SHA/req/SHA1LongMsg.req", sha_req_},
-        {"out/SHA/resp/SHA1ShortMsg.rsp", sha_rsp_}, {"out/SHA/resp/SHA1LongMsg.rsp", sha_rsp_},
-        {"out/fipsval-run.json",
-         R"({"version":1,"tree":"/tmp/t","started":"2026-01-01T00:00:00Z","finished":null,"files":[)"
-         R"({"dir":"SHA","name":"SHA1ShortMsg","outcome":"answered","message":""},)"
-         R"({"dir":"SHA","name":"SHA1LongMsg","outcome":"runner-error","message":"Msg field not present"}]})"}});
-  const std::string out = Verify({&fips_tv_sha1}, false, "/tmp/t/out");
-  EXPECT_EQ(tally_.failed, 2);
-  EXPECT_EQ(tally_.complete_only, 1);
-  EXPECT_HAS(out, "a run that did not finish (started 2026-01-01T00:00:00Z)");
-  EXPECT_HAS(out, "FAIL SHA/SHA1LongMsg: the recorded run did not answer it (runner-error: Msg field not present)");
+// Provenance is judged apart from correctness: the evidence beside the
+// responses (here in an output directory) must record this response made
+// for this request, answered.
+TEST_F(VerifyTree, EvidenceVouchesForEachResponseOrFailsIt) {
+  const std::string rsp = Crlf(sha_rsp_), req = Crlf(sha_req_);
+  const struct { std::string request_sha, response_sha, outcome; bool response, required; const char* verdict; } kCases[] = {
+      {req, rsp, "answered", true, true, "COMPLETE SHA/SHA1ShortMsg (1 of 1 tests answered; checked for completeness "
+                                         "only: no .fax; evidence: made T)"},
+      {"x", rsp, "answered", true, false, "FAIL SHA/SHA1ShortMsg: 1 of 1 tests answered; checked for completeness only: no .fax; the request changed since the response was made (made T)"},
+      {req, "x", "answered", true, false, "FAIL SHA/SHA1ShortMsg: 1 of 1 tests answered; checked for completeness only: no .fax; the response is not the one its evidence records"},
+      {req, rsp, "runner-error", true, false, "FAIL SHA/SHA1ShortMsg: 1 of 1 tests answered; checked for completeness only: no .fax; the run that made it did not answer it "
+                                              "(runner-error: Msg field not present)"},
+      {"", "", "", true, false, "COMPLETE SHA/SHA1ShortMsg (1 of 1 tests answered; checked for completeness only: "
+                                "no .fax; no evidence)"},
+      {"", "", "", true, true, "FAIL SHA/SHA1ShortMsg: 1 of 1 tests answered; checked for completeness only: no .fax; "
+                               "no evidence (--require-evidence)"},
+      {req, rsp, "answered", false, false, "FAIL SHA/SHA1ShortMsg: no response, although its evidence records one"},
+  };
+  for (const auto& c : kCases) {
+    host::Evidence evidence{"SHA", {}, {}};
+    if (!c.outcome.empty()) {
+      evidence.files["SHA1ShortMsg"] = {host::Sha256Hex(c.request_sha), host::Sha256Hex(c.response_sha), c.outcome,
+                                        c.outcome == "answered" ? "" : "Msg field not present", "T", "r"};
+    }
+    Make({{"SHA/req/SHA1ShortMsg.req", sha_req_},
+          {"out/SHA/resp/fipsval-evidence.json", host::EvidenceJson(evidence)}});
+    if (c.response) WriteFile("/tmp/t/out/SHA/resp/SHA1ShortMsg.rsp", rsp);
+    const std::string out = Verify({&fips_tv_sha1}, false, "/tmp/t/out", c.required);
+    EXPECT_HAS(out, c.verdict);
+    EXPECT_EQ(tally_.failed, std::string_view(c.verdict).starts_with("FAIL") ? 1 : 0) << out;
+  }
 }
 
 // The one file reader: links, FIFOs, paths out of the tree and files over
