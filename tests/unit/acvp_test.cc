@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -128,10 +129,29 @@ TEST(Acvp, InputsAtTheRunnersLimitsAreConverted) {
   }
 }
 
+testing::ProgramResult Fipsval(std::vector<std::string> args) {
+  args.insert(args.begin(), FIPSVAL_CLI);
+  return testing::WaitProgram(testing::StartProgram(args, "acvp"), "acvp");
+}
+
+// `n` copies of `item` joined by commas, "{i}" replaced by the index.
+std::string Repeat(std::string_view item, int n) {
+  std::string out;
+  for (int i = 1; i <= n; ++i) {
+    std::string one(item);
+    for (std::size_t at; (at = one.find("{i}")) != std::string::npos;) one.replace(at, 3, std::to_string(i));
+    out += (i > 1 ? "," : "") + one;
+  }
+  return out;
+}
+
 // `fipsval acvp PROMPT`: a bad document is one line naming the field, exit
-// 2; a set no group of which can be answered gives each reason, exit 1.
+// 2 (hostile ones among them: each once crashed the tool or ran without
+// bound); a set no group of which can be answered gives each reason, exit 1.
 TEST(Acvp, BadDocumentsAndUnanswerableSets) {
   const std::string sha1 = R"("algorithm": "SHA-1", "revision": "1.0")";
+  testing::WriteFile("/tmp/huge.json", "");
+  ASSERT_EQ(truncate("/tmp/huge.json", off_t{1} << 30), 0);  // sparse
   const struct {
     std::string prompt;  // the document, or the path to give
     int status;
@@ -147,6 +167,18 @@ TEST(Acvp, BadDocumentsAndUnanswerableSets) {
       {Set(sha1, R"({"tgId": 4, "tests": []}, {"tgId": 4, "tests": []})"), 2,
        "testGroups[1]: field \"tgId\" repeats 4 of testGroups[0] (tgId 4)"},
       {"/dev/null", 2, "/dev/null: not a regular file"},
+      {R"({"vsId": 1e400})", 2, "malformed JSON: number overflow parsing '1e400'"},
+      {std::string(100000, '[') + std::string(100000, ']'), 2, "nested deeper than 32 levels at byte 33"},
+      {Set(sha1, R"({"tgId": 4, "testType": "AFT", "tests": [{"tcId": 1, "msg": "00", "len": 9223372036854775807}]})"),
+       2, "tests[0] (tcId 1): field \"len\" is out of range (-2^53 to 2^53)"},
+      {Set(sha1, R"({"tgId": 18446744073709551615, "tests": []})"), 2, "field \"tgId\" is out of range"},
+      {Set(sha1, Repeat(R"({"tgId": {i}, "tests": []})", 10001)), 2, "\"testGroups\" has more than 10000 groups"},
+      {R"([{"acvVersion": "1.0"}])", 2, "an array that is not [{\"acvVersion\": ...}, {vector set}]"},
+      {R"([{"version": "1.0"}, {}])", 2, "[0]: field \"acvVersion\" is missing"},
+      {"/tmp/huge.json", 2, "/tmp/huge.json: larger than 64 MiB"},
+      {Set(sha1, R"({"tgId": 2, "testType": "AFT", "tests": [)" +
+                     Repeat(R"({"tcId": {i}, "msg": "80", "len": 1})", 100000) + "]}"),
+       1, "whole bytes"},
       {Set(sha1, R"({"tgId": 2, "testType": "LDT", "tests": []})"), 1, "testType \"LDT\""},
       {Set(sha1, R"({"tgId": 2, "testType": "AFT", "tests": [{"tcId": 1, "msg": "80", "len": 1}]})"), 1,
        "whole bytes"},
@@ -166,8 +198,7 @@ TEST(Acvp, BadDocumentsAndUnanswerableSets) {
   for (const auto& c : kCases) {
     std::string path = c.prompt;
     if (!path.starts_with("/")) testing::WriteFile(path = "/tmp/prompt.json", c.prompt);
-    const testing::ProgramResult r =
-        testing::WaitProgram(testing::StartProgram({FIPSVAL_CLI, "acvp", path}, "acvp"), "acvp");
+    const testing::ProgramResult r = Fipsval({"acvp", path});
     EXPECT_EQ(r.status, c.status) << c.message;
     EXPECT_HAS(r.err, c.message) << c.message;
     if (c.status == 2) {
@@ -212,6 +243,118 @@ TEST(Acvp, CheckComparesTestByTestAndNamesTheFirstDifference) {
             "tgId 1: FAIL 1 of 2 tests (first: tcId 2: md is CE, expected CD)\n"
             "tgId 2: NOT ANSWERED (LDT)\n"
             "1 passed, 1 failed\n");
+}
+
+// A SHA-1 set of an answerable group (1) and one no runner takes (2).
+const std::string kSha1Set = Set(R"("algorithm": "SHA-1", "revision": "1.0")",
+                                 R"({"tgId": 1, "testType": "AFT", "tests": [{"tcId": 1, "msg": "616263", "len": 24}]},
+                                    {"tgId": 2, "testType": "LDT", "tests": [{"tcId": 2}]})");
+
+// Either envelope in, the array form out unless --bare; a group not
+// answered fails the set unless --allow-unsupported (its reason stays).
+TEST(Acvp, EnvelopesAndGroupsNotAnswered) {
+  const struct {
+    bool array;
+    std::vector<std::string> options;
+    int status;
+    const char* starts;
+  } kCases[] = {
+      {true, {}, 1, "[\n  {\n    \"acvVersion\": \"1.0\"\n  },\n  {\n    \"vsId\": 7"},
+      {false, {}, 1, "[\n  {\n    \"acvVersion\": \"1.0\"\n  },\n  {\n    \"vsId\": 7"},
+      {true, {"--bare", "--allow-unsupported"}, 0, "{\n  \"vsId\": 7"},
+      {false, {"--allow-unsupported"}, 0, "[\n  {\n    \"acvVersion\": \"1.0\""},
+  };
+  for (const auto& c : kCases) {
+    testing::WriteFile("/tmp/prompt.json", c.array ? "[{\"acvVersion\": \"1.0\"}, " + kSha1Set + "]" : kSha1Set);
+    std::vector<std::string> args = {"acvp", "/tmp/prompt.json"};
+    args.insert(args.end(), c.options.begin(), c.options.end());
+    const testing::ProgramResult r = Fipsval(args);
+    EXPECT_EQ(r.status, c.status) << r.err;
+    EXPECT_TRUE(r.out.starts_with(c.starts)) << r.out;
+    EXPECT_HAS(r.out, "\"md\": \"A9993E364706816ABA3E25717850C26C9CD0D89D\"");
+    EXPECT_HAS(r.err, "/tmp/prompt.json: tgId 2 not answered: testType \"LDT\"");
+  }
+}
+
+// acvp --check: a group the response does not answer fails unless
+// --allow-unsupported, a missing test fails, odd but equal fields compare,
+// and a value nested beyond the bound is refused before it is walked.
+TEST(Acvp, CheckExitCodes) {
+  const std::string expected =
+      R"({"vsId": 1, "algorithm": "SHA-1", "revision": "1.0", "testGroups": [
+          {"tgId": 1, "tests": [{"tcId": 1, "md": "AB"}, {"tcId": 2, "md": "CD"}]}, {"tgId": 2, "tests": [{"tcId": 3, "md": "EF"}]}]})";
+  const std::string head = R"({"vsId": 1, "algorithm": "SHA-1", "revision": "1.0", "testGroups": [)";
+  const std::string group1 = R"({"tgId": 1, "tests": [{"tcId": 1, "md": "ab"}, {"tcId": 2, "md": "CD"}]})";
+  const struct {
+    std::string expected, response;
+    std::vector<std::string> options;
+    int status;
+    const char* message;
+  } kCases[] = {
+      {expected, head + group1 + R"(], "notAnswered": [{"tgId": 2, "reason": "LDT"}]})", {}, 1,
+       "1 groups not answered (--allow-unsupported accepts them)"},
+      {"[{\"acvVersion\": \"1.0\"}, " + expected + "]",
+       head + group1 + R"(], "notAnswered": [{"tgId": 2, "reason": "LDT"}]})", {"--allow-unsupported"}, 0,
+       "tgId 2: NOT ANSWERED (LDT)"},
+      {expected, head + R"({"tgId": 1, "tests": [{"tcId": 1, "md": "AB"}]}, {"tgId": 2, "tests": [{"tcId": 3, "md": "EF"}]}]})",
+       {"--allow-unsupported"}, 1, "tcId 2: missing from the response"},
+      {R"({"vsId": 1, "algorithm": 5, "testGroups": [{"tgId": 1, "tests": [{"tcId": 1, "md": "AB"}]}]})",
+       R"({"vsId": 1, "algorithm": 5, "testGroups": [{"tgId": 1, "tests": [{"tcId": 1, "md": "AB"}]}]})", {}, 0,
+       "1 passed, 0 failed"},
+      {expected, head + R"({"tgId": 1, "tests": [{"tcId": 1, "md": )" + std::string(20000, '[') +
+                     std::string(20000, ']') + "}]}]}",
+       {}, 2, "/tmp/response.json: nested deeper than 32 levels"},
+  };
+  for (const auto& c : kCases) {
+    testing::WriteFile("/tmp/expected.json", c.expected);
+    testing::WriteFile("/tmp/response.json", c.response);
+    std::vector<std::string> args = {"acvp", "--check", "/tmp/expected.json", "/tmp/response.json"};
+    args.insert(args.end(), c.options.begin(), c.options.end());
+    const testing::ProgramResult r = Fipsval(args);
+    EXPECT_EQ(r.status, c.status) << c.message << "\n" << r.out << r.err;
+    EXPECT_HAS(r.out + r.err, c.message);
+  }
+}
+
+// acvp DIR: every vector set below it, the ACVP Proxy's in place; a link or
+// FIFO in a vector set's name is refused with a line, a submitted one left
+// alone, and one line sums up. --output never writes through a link.
+TEST(Acvp, DirectoriesOfVectorSets) {
+  const std::string sha1 = Set(R"("algorithm": "SHA-1", "revision": "1.0")",
+                               R"({"tgId": 1, "testType": "AFT", "tests": [{"tcId": 1, "msg": "00", "len": 8}]})");
+  const std::string session = "/tmp/sets/testresults/module/1.0/100/";
+  for (const char* dir : {"/tmp/sets/a", "/tmp/sets/b", "/tmp/sets/c", "/tmp/elsewhere"}) {
+    std::filesystem::create_directories(dir);
+  }
+  testing::WriteFile("/tmp/sets/a/prompt.json", sha1);
+  ASSERT_EQ(symlink("/tmp/sets/a/prompt.json", "/tmp/sets/b/prompt.json"), 0);
+  ASSERT_EQ(mkfifo("/tmp/sets/c/prompt.json", 0600), 0);
+  for (const char* vs : {"200/", "201/"}) {
+    std::filesystem::create_directories(session + vs);
+    testing::WriteFile(session + vs + "testvector-request.json", "[{\"acvVersion\": \"1.0\"}, " + sha1 + "]");
+  }
+  testing::WriteFile(session + "201/processed.txt", "");
+  const testing::ProgramResult r = Fipsval({"acvp", "/tmp/sets"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_HAS(r.err, "fipsval: /tmp/sets/b/prompt.json: a symbolic link: refused (not followed)\n");
+  EXPECT_HAS(r.err, "fipsval: /tmp/sets/c/prompt.json: not a regular file");
+  EXPECT_HAS(r.err, "201/testvector-request.json: already submitted (processed.txt beside it): left alone\n");
+  EXPECT_HAS(r.err, "fipsval: /tmp/sets: 5 vector sets: 2 answered in full, 0 with groups not answered, "
+                    "2 failed or refused, 1 already submitted\n");
+  EXPECT_HAS(testing::ReadFile("/tmp/sets/a/response.json"), "\"md\": \"5BA93C9DB0CFF93F52B521D7420E43F6EDA2784F\"");
+  EXPECT_TRUE(testing::ReadFile(session + "200/testvector-response.json").starts_with("[\n  {\n    \"acvVersion\""));
+  EXPECT_FALSE(testing::FileExists(session + "201/testvector-response.json"));
+
+  std::filesystem::create_directories("/tmp/out");
+  ASSERT_EQ(symlink("/tmp/elsewhere", "/tmp/out/a"), 0);
+  const testing::ProgramResult planted = Fipsval({"acvp", "/tmp/sets", "--output", "/tmp/out"});
+  EXPECT_EQ(planted.status, 1);
+  EXPECT_HAS(planted.err, "cannot open /tmp/out/a: ");
+  EXPECT_FALSE(testing::FileExists("/tmp/elsewhere/response.json"));
+  EXPECT_TRUE(testing::FileExists("/tmp/out/testresults/module/1.0/100/200/testvector-response.json"));
+  std::filesystem::remove_all("/tmp/sets");
+  std::filesystem::remove_all("/tmp/out");
+  std::filesystem::remove_all("/tmp/elsewhere");
 }
 
 }  // namespace
