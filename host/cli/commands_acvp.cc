@@ -11,6 +11,7 @@
 
 #include "host/acvp/check.h"
 #include "host/acvp/json_fields.h"
+#include "host/acvp/registration.h"
 #include "host/acvp/session.h"
 #include "host/base/file_io.h"
 #include "host/cli/cli.h"
@@ -320,6 +321,10 @@ int Check(const Args& args) {
 
 int RunAcvp(const Args& args) {
   if (!args.empty() && args[0] == "--check") return Check(args);
+  if (!args.empty() && args[0] == "--registration") {
+    if (args.size() > 1) return Usage("acvp --registration: unexpected argument ", args[1]);
+    return Finish(PutResponse("", acvp::Registration().dump(2) + "\n") ? kOk : kFailed);
+  }
   std::string input;
   AnswerOptions options;
   for (std::size_t i = 0; i < args.size(); ++i) {

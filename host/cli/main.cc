@@ -98,7 +98,7 @@ const Command kCommands[] = {
      RunVerify},
     {"acvp",
      "acvp PROMPT.json|DIR [--output PATH] [--bare] [--allow-unsupported] | --check EXPECTED "
-     "RESPONSE [--prompt P] [--allow-unsupported]",
+     "RESPONSE [--prompt P] [--allow-unsupported] | --registration",
      "Answers an ACVP vector set with the library's suites: each test group a\n"
      "suite can answer is written as a CAVP request file in a private temporary\n"
      "tree, the suites run over it, and the answers are mapped back to their\n"
@@ -113,6 +113,7 @@ const Command kCommands[] = {
      "--check compares a response with the expected results test by test (RSA\n"
      "signatures are verified with the reported n and e over the prompt's\n"
      "messages: prompt.json beside EXPECTED.json, or --prompt FILE).\n"
+     "--registration prints the ACVP registration of what the module answers.\n"
      "Documents are bounded: 64 MiB, 32 levels, integers within 2^53.\n"
      "Exit: 0 every group answered (checked: all passed); 1 a group not answered\n"
      "(--allow-unsupported accepts groups no runner takes), a test missing or\n"

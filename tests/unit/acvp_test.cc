@@ -10,11 +10,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <regex>
+#include <set>
 #include <string>
 
 #include "host/acvp/batch_runner.h"
 #include "host/acvp/check.h"
 #include "host/acvp/convert/conversion.h"
+#include "host/acvp/registration.h"
 #include "host/acvp/response_writer.h"
 #include "tests/support/test_env.h"
 
@@ -260,7 +263,7 @@ TEST(Acvp, EnvelopesAndGroupsNotAnswered) {
     const char* starts;
   } kCases[] = {
       {true, {}, 1, "[\n  {\n    \"acvVersion\": \"1.0\"\n  },\n  {\n    \"vsId\": 7"},
-      {false, {}, 1, "[\n  {\n    \"acvVersion\": \"1.0\"\n  },\n  {\n    \"vsId\": 7"},
+      {false, {"-v"}, 1, "[\n  {\n    \"acvVersion\": \"1.0\"\n  },\n  {\n    \"vsId\": 7"},
       {true, {"--bare", "--allow-unsupported"}, 0, "{\n  \"vsId\": 7"},
       {false, {"--allow-unsupported"}, 0, "[\n  {\n    \"acvVersion\": \"1.0\""},
   };
@@ -273,6 +276,7 @@ TEST(Acvp, EnvelopesAndGroupsNotAnswered) {
     EXPECT_TRUE(r.out.starts_with(c.starts)) << r.out;
     EXPECT_HAS(r.out, "\"md\": \"A9993E364706816ABA3E25717850C26C9CD0D89D\"");
     EXPECT_HAS(r.err, "/tmp/prompt.json: tgId 2 not answered: testType \"LDT\"");
+    EXPECT_EQ(r.err.find("no request file"), std::string::npos) << "staging noise: " << r.err;
   }
 }
 
@@ -355,6 +359,89 @@ TEST(Acvp, DirectoriesOfVectorSets) {
   std::filesystem::remove_all("/tmp/sets");
   std::filesystem::remove_all("/tmp/out");
   std::filesystem::remove_all("/tmp/elsewhere");
+}
+
+// Whether each group of the set is answered (a request file) or not.
+void ExpectRegistrationAgrees(const Json& set, const std::string& name) {
+  const Conversion conversion = ConvertVectorSet(set);
+  std::set<long long> unanswered;
+  for (const Unanswered& u : conversion.unanswered) unanswered.insert(u.tg_id);
+  for (const Json& group : set["testGroups"]) {
+    const bool answered = conversion.status.ok() && !unanswered.count(group["tgId"].get<long long>());
+    EXPECT_EQ(Covers(set, group), answered) << name << ": " << group.dump() << " " << conversion.status.message();
+  }
+}
+
+// The registration covers exactly the groups the converters answer; it is
+// the protocol's message with one entry per algorithm and mode.
+TEST(Acvp, RegistrationAgreesWithTheAnswers) {
+  const auto group = [](int id, const std::string& fields) {
+    return "{\"tgId\": " + std::to_string(id) + ", " + fields + ", \"tests\": []}";
+  };
+  const std::string aes = R"("testType": "AFT", "direction": "encrypt", "keyLen": )";
+  const std::string tls = R"("testType": "AFT", "preMasterSecretLength": 384, "keyBlockLength": 1024, )";
+  const std::string rsa = R"("testType": "GDT", "sigType": "pkcs1v1.5", "modulo": )";
+  for (const std::string& set : {
+           Set(R"("algorithm": "ACVP-AES-ECB", "revision": "1.0")",
+               group(1, aes + "192") + "," + group(2, R"("testType": "MCT", "direction": "encrypt", "keyLen": 192)") +
+                   "," + group(3, R"("testType": "MCT", "direction": "decrypt", "keyLen": 128)")),
+           Set(R"("algorithm": "ACVP-AES-CBC", "revision": "1.0")", group(1, aes + "256") + "," +
+                   group(2, R"("testType": "CTR", "direction": "encrypt", "keyLen": 128)")),
+           Set(R"("algorithm": "ACVP-TDES-CBC", "revision": "1.0")",
+               group(1, R"("testType": "AFT", "direction": "decrypt", "keyingOption": 1)") + "," +
+                   group(2, R"("testType": "AFT", "direction": "decrypt", "keyingOption": 2)")),
+           Set(R"("algorithm": "SHA-1", "revision": "1.0")",
+               group(1, R"("testType": "AFT")") + "," + group(2, R"("testType": "MCT", "mctVersion": "alternate")") +
+                   "," + group(3, R"("testType": "LDT")") + "," + group(4, R"("testType": "MCT")")),
+           Set(R"("algorithm": "HMAC-SHA-1", "revision": "1.0")",
+               group(1, R"("testType": "AFT", "keyLen": 8, "msgLen": 128, "macLen": 80)") + "," +
+                   group(2, R"("testType": "AFT", "keyLen": 8, "msgLen": 128, "macLen": 168)")),
+           Set(R"("algorithm": "ctrDRBG", "revision": "1.0")",
+               kDrbgGroup + "," + std::regex_replace(std::regex_replace(kDrbgGroup, std::regex("\"tgId\": 1"), "\"tgId\": 2"),
+                                                     std::regex("\"predResistance\": false"), "\"predResistance\": true")),
+           Set(R"("algorithm": "kdf-components", "mode": "ssh", "revision": "1.0")",
+               group(1, R"("testType": "AFT", "cipher": "AES-128", "hashAlg": "SHA2-256")") + "," +
+                   group(2, R"("testType": "AFT", "cipher": "AES-128", "hashAlg": "SHA2-512")")),
+           Set(R"("algorithm": "kdf-components", "mode": "tls", "revision": "1.0")",
+               group(1, tls + R"("tlsVersion": "v1.0/1.1", "hashAlg": "SHA-1")") + "," +
+                   group(2, tls + R"("tlsVersion": "v1.2", "hashAlg": "SHA-1")") + "," +
+                   group(3, tls + R"("tlsVersion": "v1.2", "hashAlg": "SHA2-384")")),
+           Set(R"("algorithm": "RSA", "mode": "sigGen", "revision": "FIPS186-4")",
+               group(1, rsa + R"(1024, "hashAlg": "SHA2-512")") + "," + group(2, rsa + R"(2048, "hashAlg": "SHA2-224")")),
+           Set(R"("algorithm": "RSA", "mode": "sigVer", "revision": "FIPS186-4")", group(1, rsa + R"(2048, "hashAlg": "SHA-1")")),
+       }) {
+    ExpectRegistrationAgrees(Json::parse(set), set.substr(0, 60));
+  }
+  const Json registration = Registration();
+  ASSERT_EQ(registration.size(), 2u);
+  EXPECT_EQ(registration[0].dump(), R"({"acvVersion":"1.0"})");
+  std::string names;
+  for (const Json& entry : registration[1]["algorithms"]) {
+    names += entry["algorithm"].get<std::string>() + (entry.contains("mode") ? "/" + entry["mode"].get<std::string>() : "") + " ";
+  }
+  EXPECT_EQ(names, "ACVP-AES-CBC ACVP-AES-ECB ACVP-TDES-CBC SHA-1 SHA2-256 HMAC-SHA-1 HMAC-SHA2-256 ctrDRBG "
+                   "kdf-components/ssh kdf-components/tls RSA/sigGen ");
+  EXPECT_EQ(registration[1]["algorithms"][1]["keyLen"].dump(), "[128]");
+  const testing::ProgramResult r = Fipsval({"acvp", "--registration"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(Json::parse(r.out), registration);
+}
+
+// The same over NIST's sample sets, where they are beside the project.
+TEST(Acvp, RegistrationAgreesOnTheSampleSets) {
+  const std::filesystem::path samples = FIPSVAL_SOURCE_DIR "/../shared/acvp";
+  std::error_code ec;
+  if (!std::filesystem::is_directory(samples, ec)) GTEST_SKIP() << "no sample vector sets at " << samples;
+  int sets = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(samples)) {
+    const std::string prompt = entry.path() / "prompt.json";
+    if (!testing::FileExists(prompt)) continue;
+    Json set = Json::parse(testing::ReadFile(prompt));
+    if (set.is_array()) set = set[1];
+    ExpectRegistrationAgrees(set, prompt);
+    ++sets;
+  }
+  EXPECT_GT(sets, 0);
 }
 
 }  // namespace
