@@ -231,92 +231,59 @@ TEST(Acvp, AFullTemporaryDirectoryIsNamed) {
   }
 }
 
-TEST(Acvp, CheckComparesTestByTestAndNamesTheFirstDifference) {
-  const Json expected = Json::parse(R"({"vsId": 1, "algorithm": "SHA-1", "revision": "1.0", "testGroups": [
-      {"tgId": 1, "tests": [{"tcId": 1, "md": "AB"}, {"tcId": 2, "md": "CD"}]},
-      {"tgId": 2, "tests": [{"tcId": 3, "md": "EF"}]}]})");
-  const Json response = Json::parse(R"({"vsId": 1, "algorithm": "SHA-1", "revision": "1.0", "testGroups": [
-      {"tgId": 1, "tests": [{"tcId": 1, "md": "ab"}, {"tcId": 2, "md": "CE"}]}],
-      "notAnswered": [{"tgId": 2, "reason": "LDT"}, {"tgId": "2"}]})");
-  CheckTally tally;
-  const std::string text = testing::CaptureStdout([&] { tally = CheckResponse(expected, response, nullptr, stdout); });
-  EXPECT_EQ(tally.passed, 1);
-  EXPECT_EQ(tally.failed, 1);
-  EXPECT_EQ(text,
-            "tgId 1: FAIL 1 of 2 tests (first: tcId 2: md is CE, expected CD)\n"
-            "tgId 2: NOT ANSWERED (LDT)\n"
-            "1 passed, 1 failed\n");
-}
-
 // A SHA-1 set of an answerable group (1) and one no runner takes (2).
 const std::string kSha1Set = Set(R"("algorithm": "SHA-1", "revision": "1.0")",
                                  R"({"tgId": 1, "testType": "AFT", "tests": [{"tcId": 1, "msg": "616263", "len": 24}]},
                                     {"tgId": 2, "testType": "LDT", "tests": [{"tcId": 2}]})");
 
-// Either envelope in, the array form out unless --bare; a group not
-// answered fails the set unless --allow-unsupported (its reason stays).
-TEST(Acvp, EnvelopesAndGroupsNotAnswered) {
-  const struct {
-    bool array;
-    std::vector<std::string> options;
-    int status;
-    const char* starts;
-  } kCases[] = {
-      {true, {}, 1, "[\n  {\n    \"acvVersion\": \"1.0\"\n  },\n  {\n    \"vsId\": 7"},
-      {false, {"-v"}, 1, "[\n  {\n    \"acvVersion\": \"1.0\"\n  },\n  {\n    \"vsId\": 7"},
-      {true, {"--bare", "--allow-unsupported"}, 0, "{\n  \"vsId\": 7"},
-      {false, {"--allow-unsupported"}, 0, "[\n  {\n    \"acvVersion\": \"1.0\""},
-  };
-  for (const auto& c : kCases) {
-    testing::WriteFile("/tmp/prompt.json", c.array ? "[{\"acvVersion\": \"1.0\"}, " + kSha1Set + "]" : kSha1Set);
-    std::vector<std::string> args = {"acvp", "/tmp/prompt.json"};
-    args.insert(args.end(), c.options.begin(), c.options.end());
-    const testing::ProgramResult r = Fipsval(args);
-    EXPECT_EQ(r.status, c.status) << r.err;
-    EXPECT_TRUE(r.out.starts_with(c.starts)) << r.out;
-    EXPECT_HAS(r.out, "\"md\": \"A9993E364706816ABA3E25717850C26C9CD0D89D\"");
-    EXPECT_HAS(r.err, "/tmp/prompt.json: tgId 2 not answered: testType \"LDT\"");
-    EXPECT_EQ(r.err.find("no request file"), std::string::npos) << "staging noise: " << r.err;
-  }
-}
-
-// acvp --check: a group the response does not answer fails unless
+// `acvp` takes either envelope and writes the array form unless --bare; a
+// group not answered fails the set unless --allow-unsupported (its reason
+// stays), and -v adds no staging lines. `acvp --check` names the first
+// difference; a group the response does not answer fails unless
 // --allow-unsupported, a missing test fails, odd but equal fields compare,
 // and a value nested beyond the bound is refused before it is walked.
-TEST(Acvp, CheckExitCodes) {
-  const std::string expected =
-      R"({"vsId": 1, "algorithm": "SHA-1", "revision": "1.0", "testGroups": [
-          {"tgId": 1, "tests": [{"tcId": 1, "md": "AB"}, {"tcId": 2, "md": "CD"}]}, {"tgId": 2, "tests": [{"tcId": 3, "md": "EF"}]}]})";
+TEST(Acvp, CommandLineEnvelopesAndExitCodes) {
+  const std::string wrap = "[{\"acvVersion\": \"1.0\"}, ", array = "[\n  {\n    \"acvVersion\": \"1.0\"\n  },\n  {\n    \"vsId\": 7";
+  const std::string not_answered = "/tmp/prompt.json: tgId 2 not answered: testType \"LDT\"";
+  const std::string expected = R"({"vsId": 1, "algorithm": "SHA-1", "revision": "1.0", "testGroups": [
+      {"tgId": 1, "tests": [{"tcId": 1, "md": "AB"}, {"tcId": 2, "md": "CD"}]}, {"tgId": 2, "tests": [{"tcId": 3, "md": "EF"}]}]})";
   const std::string head = R"({"vsId": 1, "algorithm": "SHA-1", "revision": "1.0", "testGroups": [)";
   const std::string group1 = R"({"tgId": 1, "tests": [{"tcId": 1, "md": "ab"}, {"tcId": 2, "md": "CD"}]})";
+  const std::string unanswered = head + group1 + R"(], "notAnswered": [{"tgId": 2, "reason": "LDT"}, {"tgId": "2"}]})";
+  const std::vector<std::string> check = {"acvp", "--check", "/tmp/expected.json", "/tmp/response.json"};
   const struct {
-    std::string expected, response;
-    std::vector<std::string> options;
+    std::string prompt, expected, response;  // "": not written
+    std::vector<std::string> args;
     int status;
-    const char* message;
+    std::string out, err;  // the output starts with `out`; standard error holds `err`
   } kCases[] = {
-      {expected, head + group1 + R"(], "notAnswered": [{"tgId": 2, "reason": "LDT"}]})", {}, 1,
+      {wrap + kSha1Set + "]", "", "", {"acvp", "/tmp/prompt.json"}, 1, array, not_answered},
+      {kSha1Set, "", "", {"acvp", "/tmp/prompt.json", "-v"}, 1, array, not_answered},
+      {wrap + kSha1Set + "]", "", "", {"acvp", "/tmp/prompt.json", "--bare", "--allow-unsupported"}, 0, "{\n  \"vsId\": 7", not_answered},
+      {kSha1Set, "", "", {"acvp", "/tmp/prompt.json", "--allow-unsupported"}, 0, array, not_answered},
+      {"", expected, head + group1.substr(0, group1.size() - 5) + "E\"}]}]}", check, 1,
+       "tgId 1: FAIL 1 of 2 tests (first: tcId 2: md is CE, expected CD)\ntgId 2: FAIL missing from the response (1 tests)\n1 passed, 2 failed\n", ""},
+      {"", expected, unanswered, check, 1, "tgId 1: PASS 2 tests\ntgId 2: NOT ANSWERED (LDT)\n2 passed, 0 failed\n",
        "1 groups not answered (--allow-unsupported accepts them)"},
-      {"[{\"acvVersion\": \"1.0\"}, " + expected + "]",
-       head + group1 + R"(], "notAnswered": [{"tgId": 2, "reason": "LDT"}]})", {"--allow-unsupported"}, 0,
-       "tgId 2: NOT ANSWERED (LDT)"},
-      {expected, head + R"({"tgId": 1, "tests": [{"tcId": 1, "md": "AB"}]}, {"tgId": 2, "tests": [{"tcId": 3, "md": "EF"}]}]})",
-       {"--allow-unsupported"}, 1, "tcId 2: missing from the response"},
-      {R"({"vsId": 1, "algorithm": 5, "testGroups": [{"tgId": 1, "tests": [{"tcId": 1, "md": "AB"}]}]})",
-       R"({"vsId": 1, "algorithm": 5, "testGroups": [{"tgId": 1, "tests": [{"tcId": 1, "md": "AB"}]}]})", {}, 0,
-       "1 passed, 0 failed"},
-      {expected, head + R"({"tgId": 1, "tests": [{"tcId": 1, "md": )" + std::string(20000, '[') +
-                     std::string(20000, ']') + "}]}]}",
-       {}, 2, "/tmp/response.json: nested deeper than 32 levels"},
+      {"", wrap + expected + "]", unanswered, {check[0], check[1], check[2], check[3], "--allow-unsupported"}, 0, "", ""},
+      {"", R"({"vsId": 1, "algorithm": 5, "testGroups": [{"tgId": 1, "tests": [{"tcId": 1, "md": "AB"}]}]})",
+       R"({"vsId": 1, "algorithm": 5, "testGroups": [{"tgId": 1, "tests": [{"tcId": 1, "md": "AB"}]}]})", check, 0, "tgId 1: PASS", ""},
+      {"", expected, head + R"({"tgId": 1, "tests": [{"tcId": 1, "md": )" + std::string(20000, '[') + std::string(20000, ']') + "}]}]}",
+       check, 2, "", "/tmp/response.json: nested deeper than 32 levels"},
   };
   for (const auto& c : kCases) {
-    testing::WriteFile("/tmp/expected.json", c.expected);
-    testing::WriteFile("/tmp/response.json", c.response);
-    std::vector<std::string> args = {"acvp", "--check", "/tmp/expected.json", "/tmp/response.json"};
-    args.insert(args.end(), c.options.begin(), c.options.end());
-    const testing::ProgramResult r = Fipsval(args);
-    EXPECT_EQ(r.status, c.status) << c.message << "\n" << r.out << r.err;
-    EXPECT_HAS(r.out + r.err, c.message);
+    for (const auto& [path, text] : {std::pair{"/tmp/prompt.json", c.prompt}, {"/tmp/expected.json", c.expected},
+                                     {"/tmp/response.json", c.response}}) {
+      if (!text.empty()) testing::WriteFile(path, text);
+    }
+    const testing::ProgramResult r = Fipsval(c.args);
+    EXPECT_EQ(r.status, c.status) << r.out << r.err;
+    EXPECT_TRUE(r.out.starts_with(c.out)) << r.out;
+    EXPECT_HAS(r.err, c.err);
+    EXPECT_EQ(r.err.find("no request file"), std::string::npos) << "staging noise: " << r.err;
+    if (!c.prompt.empty()) {
+      EXPECT_HAS(r.out, "\"md\": \"A9993E364706816ABA3E25717850C26C9CD0D89D\"");
+    }
   }
 }
 
