@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -272,6 +273,121 @@ int LoadCheckDocuments(const std::vector<std::string>& files,
   return kUsage;
 }
 
+// Checks one response; the exit status of the check.
+int CheckPair(const std::vector<std::string>& files, const std::string& prompt_path,
+              bool allow_unsupported) {
+  Json expected, response, prompt;
+  bool have_prompt = false;
+  if (const int usage = LoadCheckDocuments(files, prompt_path, &expected, &response,
+                                           &prompt, &have_prompt);
+      usage != kOk) {
+    return usage;
+  }
+  const acvp::CheckTally tally =
+      acvp::CheckResponse(expected, response, have_prompt ? &prompt : nullptr, stdout);
+  std::fflush(stdout);
+  if (!tally.status.ok()) {
+    std::fprintf(stderr, "fipsval: %s: %s\n", files[1].c_str(), tally.status.message().c_str());
+    return kUsage;
+  }
+  if (tally.unanswered_groups > 0 && !allow_unsupported) {
+    std::fprintf(stderr,
+                 "fipsval: %s: %d groups not answered (--allow-unsupported accepts them)\n",
+                 files[1].c_str(), tally.unanswered_groups);
+    return kFailed;
+  }
+  if (tally.passed == 0 && tally.failed == 0 && tally.unanswered_groups == 0) {
+    std::fprintf(stderr, "fipsval: %s: no answered test to check\n", files[1].c_str());
+    return kFailed;
+  }
+  return tally.failed == 0 ? kOk : kFailed;
+}
+
+// What pairs a response with its expected results: the vsId, and the
+// algorithm, mode and revision (sample sets share ids).
+std::string SetKey(const Json& set) {
+  std::string key = set["vsId"].dump();
+  for (const char* field : {"algorithm", "mode", "revision"}) {
+    key += " " + (set.contains(field) ? set[field].dump() : std::string("-"));
+  }
+  return key;
+}
+
+// Every vector set in a *.json below `dir` by its key (links not followed),
+// prompts and expected results aside; unreadable files are skipped here and
+// said when they matter.
+std::map<std::string, fs::path> ResponsesById(const fs::path& dir) {
+  std::map<std::string, fs::path> found;
+  std::error_code ec;
+  for (fs::recursive_directory_iterator it(dir, fs::directory_options::none, ec), end;
+       !ec && it != end; it.increment(ec)) {
+    const fs::path name = it->path().filename();
+    if (it->path().extension() != ".json" || name == "prompt.json" || name == kProxyRequest ||
+        name == "expectedResults.json" || it->symlink_status(ec).type() != fs::file_type::regular) {
+      continue;
+    }
+    Json set;
+    std::string version;
+    const fs::path relative = it->path().lexically_relative(dir);
+    if (!acvp::LoadVectorSetBelow(dir, relative, &set, &version).ok()) continue;
+    const auto id = set.find("vsId");
+    if (set.contains("testGroups") && id != set.end() && id->is_number_integer()) {
+      found.emplace(SetKey(set), it->path());
+    }
+  }
+  return found;
+}
+
+// acvp --check DIR RESPONSES: every expectedResults.json below DIR against
+// the response of the same vsId below RESPONSES (prompt.json beside the
+// expected results, for RSA signatures).
+int CheckDirectory(const fs::path& dir, const fs::path& responses, bool allow_unsupported) {
+  const std::map<std::string, fs::path> answers = ResponsesById(responses);
+  int sets = 0, passed = 0, failed = 0;
+  std::vector<fs::path> expected;
+  std::error_code ec;
+  for (fs::recursive_directory_iterator it(dir, fs::directory_options::none, ec), end;
+       !ec && it != end; it.increment(ec)) {
+    if (it->path().filename() == "expectedResults.json") expected.push_back(it->path());
+  }
+  std::sort(expected.begin(), expected.end());
+  for (const fs::path& path : expected) {
+    ++sets;
+    Json set;
+    std::string version;
+    Status loaded = fs::is_symlink(path, ec)
+                        ? Refused(path.string() + ": a symbolic link: refused (not followed)")
+                        : acvp::LoadVectorSet(path, &set, &version);
+    const auto id = loaded.ok() ? set.find("vsId") : set.end();
+    if (loaded.ok() && (id == set.end() || !id->is_number_integer())) {
+      loaded = Refused(path.string() + ": field \"vsId\" is missing or not an integer");
+    }
+    if (!loaded.ok()) {
+      std::fprintf(stderr, "fipsval: %s\n", loaded.message().c_str());
+      ++failed;
+      continue;
+    }
+    const auto answer = answers.find(SetKey(set));
+    if (answer == answers.end()) {
+      std::printf("%s: FAIL no response for vsId %lld below %s\n", path.c_str(),
+                  id->get<long long>(), responses.c_str());
+      ++failed;
+      continue;
+    }
+    std::printf("%s against %s:\n", path.c_str(), answer->second.c_str());
+    std::fflush(stdout);
+    const int status = CheckPair({path, answer->second}, "", allow_unsupported);
+    ++(status == kOk ? passed : failed);
+  }
+  std::printf("%d vector sets: %d passed, %d failed or without a response\n", sets, passed,
+              failed);
+  if (sets == 0) {
+    std::fprintf(stderr, "fipsval: no expectedResults.json below %s\n", dir.c_str());
+    return kFailed;
+  }
+  return failed == 0 ? kOk : kFailed;
+}
+
 int Check(const Args& args) {
   std::vector<std::string> files;
   std::string prompt_path;
@@ -289,32 +405,13 @@ int Check(const Args& args) {
     }
   }
   if (files.size() != 2) {
-    return Usage("acvp --check: give EXPECTED.json and RESPONSE.json");
+    return Usage("acvp --check: give EXPECTED.json and RESPONSE.json, or two directories");
   }
-  Json expected, response, prompt;
-  bool have_prompt = false;
-  if (const int usage = LoadCheckDocuments(files, prompt_path, &expected, &response,
-                                           &prompt, &have_prompt);
-      usage != kOk) {
-    return usage;
+  std::error_code ec;
+  if (fs::is_directory(files[0], ec) && fs::is_directory(files[1], ec)) {
+    return CheckDirectory(files[0], files[1], allow_unsupported);
   }
-  const acvp::CheckTally tally =
-      acvp::CheckResponse(expected, response, have_prompt ? &prompt : nullptr, stdout);
-  if (!tally.status.ok()) {
-    std::fprintf(stderr, "fipsval: %s\n", tally.status.message().c_str());
-    return kUsage;
-  }
-  if (tally.unanswered_groups > 0 && !allow_unsupported) {
-    std::fprintf(stderr,
-                 "fipsval: %s: %d groups not answered (--allow-unsupported accepts them)\n",
-                 files[1].c_str(), tally.unanswered_groups);
-    return kFailed;
-  }
-  if (tally.passed == 0 && tally.failed == 0 && tally.unanswered_groups == 0) {
-    std::fprintf(stderr, "fipsval: %s: no answered test to check\n", files[1].c_str());
-    return kFailed;
-  }
-  return tally.failed == 0 ? kOk : kFailed;
+  return CheckPair(files, prompt_path, allow_unsupported);
 }
 
 }  // namespace

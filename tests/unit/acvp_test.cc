@@ -315,6 +315,18 @@ TEST(Acvp, DirectoriesOfVectorSets) {
   EXPECT_HAS(testing::ReadFile("/tmp/sets/a/response.json"), "\"md\": \"5BA93C9DB0CFF93F52B521D7420E43F6EDA2784F\"");
   EXPECT_TRUE(testing::ReadFile(session + "200/testvector-response.json").starts_with("[\n  {\n    \"acvVersion\""));
   EXPECT_FALSE(testing::FileExists(session + "201/testvector-response.json"));
+  // --check DIR RESPONSES pairs by vsId (and algorithm, mode, revision).
+  const std::string expected = R"("algorithm": "SHA-1", "revision": "1.0", "testGroups": [{"tgId": 1, "tests": [{"tcId": 1, "md": "5BA93C9DB0CFF93F52B521D7420E43F6EDA2784F"}]}]})";
+  std::filesystem::create_directories("/tmp/expected/x");
+  std::filesystem::create_directories("/tmp/expected/y");
+  testing::WriteFile("/tmp/expected/x/expectedResults.json", "{\"vsId\": 7, " + expected);
+  testing::WriteFile("/tmp/expected/y/expectedResults.json", "{\"vsId\": 8, " + expected);
+  const testing::ProgramResult checked = Fipsval({"acvp", "--check", "/tmp/expected", "/tmp/sets"});
+  EXPECT_EQ(checked.status, 1);
+  EXPECT_HAS(checked.out, "tgId 1: PASS 1 tests\n1 passed, 0 failed\n");
+  EXPECT_HAS(checked.out, "/tmp/expected/y/expectedResults.json: FAIL no response for vsId 8 below /tmp/sets\n"
+                          "2 vector sets: 1 passed, 1 failed or without a response\n");
+  std::filesystem::remove_all("/tmp/expected");
 
   std::filesystem::create_directories("/tmp/out");
   ASSERT_EQ(symlink("/tmp/elsewhere", "/tmp/out/a"), 0);
