@@ -2,7 +2,9 @@
 # seed_corpora.sh BUILD_DIR CAVP_DIR [CORPORA_DIR]: seeds CORPORA_DIR/<target>/
 # (default BUILD_DIR/fuzz-corpora) with the request files of CAVP_DIR, samples/
 # and vectors/, cut to 4 KB, behind the byte that selects the runner of the
-# target's family. Inputs that fuzzing added before are kept.
+# target's family; and acvp_json_fuzzer with the ACVP vector sets beside
+# CAVP_DIR (its ../acvp), whole, and each expected-results file paired with
+# itself for the comparison. Inputs that fuzzing added before are kept.
 set -eu
 [ $# -ge 2 ] && [ $# -le 3 ] || { echo "usage: $0 BUILD_DIR CAVP_DIR [CORPORA_DIR]" >&2; exit 2; }
 cavp=$2
@@ -32,7 +34,7 @@ seed() {
   "$@" <"$in" | head -c 4096 >>"$out"
 }
 
-targets="request_lines_fuzzer cipher_fuzzer cipher_mct_fuzzer hash_fuzzer hash_mct_fuzzer
+targets="request_lines_fuzzer acvp_json_fuzzer cipher_fuzzer cipher_mct_fuzzer hash_fuzzer hash_mct_fuzzer
   rsa_fuzzer rsa_keygen_fuzzer drbg_fuzzer kdf_fuzzer"
 for t in $targets; do mkdir -p "$corpora/$t"; done
 count=0
@@ -56,4 +58,19 @@ for tree in "$cavp" "$src/samples" "$src/vectors"; do
     count=$((count + 1))
   done
 done
-echo "seed_corpora: $count request files seeded into $corpora"
+# A small vector set in both envelopes, for a tree without the samples.
+json=$corpora/acvp_json_fuzzer
+printf '%s' '{"vsId":1,"algorithm":"SHA-1","revision":"1.0","testGroups":[{"tgId":1,"testType":"AFT","tests":[{"tcId":1,"msg":"00","len":8}]}]}' >"$json/seed-sha1"
+printf '%s' '[{"acvVersion":"1.0"},{"vsId":1,"algorithm":"SHA-1","revision":"1.0","testGroups":[{"tgId":1,"testType":"AFT","tests":[{"tcId":1,"md":"AB"}]}]}]' >"$json/seed-sha1-expected"
+sets=0
+for set in "$(dirname "$cavp")"/acvp/*/; do
+  [ -f "$set/prompt.json" ] || continue
+  name=$(basename "$set")
+  cat "$set/prompt.json" >"$json/seed-$name-prompt"
+  if [ -f "$set/expectedResults.json" ]; then
+    { cat "$set/expectedResults.json"; printf '\0'; cat "$set/expectedResults.json"; } \
+      >"$json/seed-$name-check"
+  fi
+  sets=$((sets + 1))
+done
+echo "seed_corpora: $count request files and $sets ACVP vector sets seeded into $corpora"

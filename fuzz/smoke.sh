@@ -9,7 +9,7 @@ set -eu
 src=$(cd "$(dirname "$0")/.." && pwd)
 build=$(cd "$1" && pwd)
 sandbox=$build/tests/support/sandbox_run
-targets="request_lines_fuzzer cipher_fuzzer cipher_mct_fuzzer hash_fuzzer hash_mct_fuzzer
+targets="request_lines_fuzzer acvp_json_fuzzer cipher_fuzzer cipher_mct_fuzzer hash_fuzzer hash_mct_fuzzer
   rsa_fuzzer rsa_keygen_fuzzer drbg_fuzzer kdf_fuzzer"
 for t in $targets; do
   if [ ! -x "$build/fuzz/$t" ]; then
@@ -38,6 +38,7 @@ failed=""
 for t in $targets; do
   max_len=8192
   [ $t = hash_fuzzer ] && max_len=24576  # long SHA messages
+  [ $t = acvp_json_fuzzer ] && max_len=262144  # whole sample vector sets
   log=$build/fuzz-logs/$t.log
   status=0
   "$sandbox" "$build/fuzz/$t" -max_total_time="${FUZZ_SECONDS:-20}" -timeout=10 \

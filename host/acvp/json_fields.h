@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,13 +15,42 @@ namespace fipsval::host::acvp {
 
 using Json = nlohmann::ordered_json;
 
+// The bounds every document is read within, so that no file can exhaust
+// the stack, the memory or the time: the text (kMaxFileBytes, the host's
+// one cap), the nesting depth, the number of values (counted as opening
+// brackets and commas), the groups of a vector set and the tests of a
+// group. Integers are taken between -2^53 and 2^53, the range a JSON
+// number keeps exactly, so arithmetic on them cannot overflow.
+inline constexpr int kMaxJsonDepth = 32;
+inline constexpr std::size_t kMaxJsonValues = 1'000'000;
+inline constexpr std::size_t kMaxGroups = 10'000;
+inline constexpr std::size_t kMaxTestsPerGroup = 100'000;
+inline constexpr long long kMaxJsonInteger = 1LL << 53;
+
 // Reads and parses a JSON file (a regular file, links followed). On failure
-// the message is one line naming the file and the cause (unreadable, or
-// where the JSON is malformed).
+// the message is one line naming the file and the cause (unreadable, too
+// large or too deep, or where the JSON is malformed).
 Status LoadJsonFile(const std::string& path, Json* out);
 
-// Parses JSON text; `origin` names it in the message.
+// Parses JSON text within the bounds above; `origin` names it in the
+// message. Never throws.
 Status ParseJsonText(std::string_view text, std::string_view origin, Json* out);
+
+// An ACVP message is either the bare vector-set object or the array
+// [{"acvVersion": ...}, {vector set}]. Replaces `document` by the vector
+// set and sets `version` to the acvVersion given ("" for a bare object);
+// refused, naming `origin`, for any other shape.
+Status OpenEnvelope(std::string_view origin, Json* document, std::string* version);
+
+// The array form of a vector set, with `version` ("1.0" when empty).
+Json Envelope(const Json& vector_set, const std::string& version);
+
+// LoadJsonFile, then OpenEnvelope.
+Status LoadVectorSet(const std::string& path, Json* vector_set, std::string* version);
+
+// The same for root/relative, read without following a link below root.
+Status LoadVectorSetBelow(const std::string& root, const std::string& relative,
+                          Json* vector_set, std::string* version);
 
 // The fields of one JSON object, with the object's place in the document
 // ("testGroups[2] (tgId 7)") for messages. The first problem is kept in the

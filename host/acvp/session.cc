@@ -4,7 +4,9 @@
 
 namespace fipsval::host::acvp {
 
-SessionResult AnswerVectorSet(const Json& prompt, RunObserver* observer) {
+namespace {
+
+SessionResult Answer(const Json& prompt, RunObserver* observer) {
   SessionResult result;
   const Conversion conversion = ConvertVectorSet(prompt);
   if (!conversion.status.ok()) {
@@ -22,6 +24,20 @@ SessionResult AnswerVectorSet(const Json& prompt, RunObserver* observer) {
   }
   result.answers = AssembleResponse(prompt, conversion, results);
   return result;
+}
+
+}  // namespace
+
+SessionResult AnswerVectorSet(const Json& prompt, RunObserver* observer) {
+  // The converters check every field before use; a slip there must still
+  // end as a refusal, not an exception out of the tool.
+  try {
+    return Answer(prompt, observer);
+  } catch (const Json::exception& e) {
+    SessionResult result;
+    result.status = Refused(std::string("cannot read the vector set: ") + e.what());
+    return result;
+  }
 }
 
 }  // namespace fipsval::host::acvp

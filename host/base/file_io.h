@@ -18,7 +18,7 @@ namespace fipsval::host {
 // What a request file may hold; and any other file the host reads
 // (responses, expected answers, JSON documents).
 inline constexpr std::size_t kMaxRequestBytes = std::size_t{64} << 20;
-inline constexpr std::size_t kMaxFileBytes = std::size_t{1} << 30;
+inline constexpr std::size_t kMaxFileBytes = kMaxRequestBytes;
 
 // Opens the directory `name` (one component) below dirfd without following
 // a link. A create_mode other than 0 makes it with that mode (before the

@@ -107,19 +107,29 @@ const Command kCommands[] = {
      "and the counts as JSON or JUnit XML (as for run).\n"
      "Exit: 0 every response complete and right; 1 otherwise, or nothing checked.",
      RunVerify},
-    {"acvp", "acvp PROMPT.json|DIR [--output PATH] | --check EXPECTED RESPONSE [--prompt P]",
+    {"acvp",
+     "acvp PROMPT.json|DIR [--output PATH] [--bare] [--allow-unsupported] | --check EXPECTED "
+     "RESPONSE [--prompt P] [--allow-unsupported] | --registration",
      "Answers an ACVP vector set with the library's suites: each test group a\n"
      "suite can answer is written as a CAVP request file in a private temporary\n"
      "tree, the suites run over it, and the answers are mapped back to their\n"
-     "tcIds. The response JSON goes to --output PATH (default: standard output);\n"
-     "for a directory, every prompt.json below it is answered to response.json\n"
-     "beside it (or under --output DIR). Groups that cannot be answered are\n"
+     "tcIds. A prompt may be the vector-set object or [{\"acvVersion\": ...}, {...}];\n"
+     "the response is written in that array form (--bare: the object alone) to\n"
+     "--output PATH (default: standard output). For a directory, every\n"
+     "prompt.json below it is answered to response.json and every ACVP Proxy\n"
+     "testvector-request.json to testvector-response.json beside it (or under\n"
+     "--output DIR); links and FIFOs are refused, a set beside processed.txt is\n"
+     "left alone, and one line sums up. Groups that cannot be answered are\n"
      "listed with their reason (standard error and \"notAnswered\").\n"
-     "--check compares a response with the expected results test by test (RSA\n"
+     "--check compares a response with the expected results test by test (two\n"
+     "directories: every expectedResults.json with the response of its vsId; RSA\n"
      "signatures are verified with the reported n and e over the prompt's\n"
      "messages: prompt.json beside EXPECTED.json, or --prompt FILE).\n"
-     "Exit: 0 answered (checked: all passed); 1 nothing answerable, a test not\n"
-     "answered or a check failed; 2 usage, malformed JSON or a bad field.",
+     "--registration prints the ACVP registration of what the module answers.\n"
+     "Documents are bounded: 64 MiB, 32 levels, integers within 2^53.\n"
+     "Exit: 0 every group answered (checked: all passed); 1 a group not answered\n"
+     "(--allow-unsupported accepts groups no runner takes), a test missing or\n"
+     "failed, or nothing answerable; 2 usage, malformed JSON or a bad field.",
      RunAcvp},
     {"list", "list",
      "Lists every suite with its CAVP directory and request files, then the\n"

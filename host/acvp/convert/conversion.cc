@@ -2,7 +2,7 @@
 #include "host/acvp/convert/conversion.h"
 
 #include <functional>
-#include <map>
+#include <unordered_map>
 
 namespace fipsval::host::acvp {
 namespace internal {
@@ -17,7 +17,11 @@ Status ReadGroups(const Json& prompt, std::vector<Item>* groups) {
   const Fields top(prompt, "vector set", &status);
   const Json* list = top.Array("testGroups");
   if (!list) return status;
-  std::map<long long, std::size_t> seen;  // tgId → its group's index
+  if (list->size() > kMaxGroups) {
+    top.Fail("testGroups", "has more than " + std::to_string(kMaxGroups) + " groups");
+    return status;
+  }
+  std::unordered_map<long long, std::size_t> seen;  // tgId → its group's index
   for (std::size_t i = 0; i < list->size(); ++i) {
     const Json& group = (*list)[i];
     const Fields fields(group, "testGroups[" + std::to_string(i) + "]", &status);
@@ -36,7 +40,12 @@ Status ReadGroups(const Json& prompt, std::vector<Item>* groups) {
 Status ReadTests(const Item& group, std::vector<Item>* tests) {
   Status status;
   const Json& list = (*group.json)["tests"];
-  std::map<long long, std::size_t> seen;  // tcId → its test's index
+  if (list.size() > kMaxTestsPerGroup) {
+    Fields(*group.json, group.place, &status)
+        .Fail("tests", "has more than " + std::to_string(kMaxTestsPerGroup) + " tests");
+    return status;
+  }
+  std::unordered_map<long long, std::size_t> seen;  // tcId → its test's index
   for (std::size_t i = 0; i < list.size(); ++i) {
     const Json& test = list[i];
     const std::string place = group.place + " tests[" + std::to_string(i) + "]";
