@@ -9,6 +9,7 @@
 #include <cstring>
 #include <span>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "fipsval.h"
@@ -76,6 +77,31 @@ TEST(Hex, LowerCaseOutEitherCaseIn) {
     EXPECT_EQ(std::string(reinterpret_cast<char*>(out), c.bytes.size()), c.bytes) << c.text;
     EXPECT_EQ(n, c.count < 0 ? c.bytes.size() : static_cast<std::size_t>(c.count)) << c.text;
     EXPECT_EQ(out[c.bytes.size()], 0xee) << c.text;
+  }
+}
+
+// An answer's hex text fits its buffer with its terminator or is refused
+// whole, with the conversion message and nothing written.
+TEST(Hex, AnswerFitsItsTextBufferOrIsRefused) {
+  const uint8_t bytes[] = {0xab, 0xcd};
+  for (const auto& [size, written, printed] :
+       {std::tuple{5, "T = abcd\r\n", ""}, {4, "", "too small\n"}, {3, "", "too small\n"}}) {
+    char* data = nullptr;
+    std::size_t length = 0;
+    std::FILE* rsp = open_memstream(&data, &length);
+    std::vector<char> line(64), text(size + 1, '#');
+    const Session s(nullptr, rsp, line);
+    bool ok = false;
+    EXPECT_EQ(CaptureStdout([&] {
+                ok = s.Answer("T = ", bytes, 2, {"too small", "tag", "value"},
+                              std::span<char>(text.data(), size));
+              }),
+              printed);
+    std::fclose(rsp);
+    EXPECT_EQ(ok, *printed == 0) << size;
+    EXPECT_EQ(std::string(data), written) << size;
+    EXPECT_EQ(text[size], '#') << size;
+    std::free(data);
   }
 }
 
