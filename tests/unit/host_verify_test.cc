@@ -80,6 +80,12 @@ TEST(Completeness, EveryTestOfTheRequestIsAnswered) {
       {"CTR_DRBG", "[AES-256 use df]\n[ReturnedBitsLen = 64]\n\nCOUNT = 0\nEntropyInput = 00\n",
        "[AES-256 use df]\n[ReturnedBitsLen = 64]\nCOUNT = 0\nEntropyInput = 00\nReturnedBits = 00ff\n",
        "response line 5: ReturnedBits = 00ff: 4 hex digits, where the section asks for 16"},
+      // A KAT cut inside its test; a DRBG test with an empty EntropyInput gets no answer.
+      {"KeyGen3_3_KAT", "[mod = 2048]\n\ne = 10001\nprandom = 0b\nqrandom = 0d\n", "[mod = 2048]\ne = 10001\nprandom = 0b\n",
+       "incomplete: 0 of 1 tests answered; the response ends before request line 5: qrandom = 0d"},
+      {"CTR_DRBG", "[AES-256 use df]\n[ReturnedBitsLen = 64]\n\nCOUNT = 0\nEntropyInput = \n",
+       "[AES-256 use df]\n[ReturnedBitsLen = 64]\nCOUNT = 0\nEntropyInput = \n",
+       "incomplete: 0 of 1 tests answered; request line 4: COUNT = 0 has 0 answer lines of 1"},
       // The HMAC runner answers [L=28] with another digest: no answer there is right.
       {"HMAC", "[L=28]\n\nCount = 0\nMsg = 00\n", "[L=28]\nCount = 0\nMsg = 00\nMac = 01\n",
        "response line 4: Mac = 01: an answer under a section the runner does not know"},
