@@ -1,14 +1,20 @@
 // The host callbacks that the library calls by name. fipsval is linked with
 // its symbols exported, so the library binds to these definitions.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <span>
+#include <string>
 
 #include "fipsval.h"
 #include "host/base/clock.h"
 #include "host/base/file_io.h"
+#include "host/base/owners.h"
 #include "host/platform/entropy_source.h"
 #include "host/platform/host_settings.h"
 #include "host/platform/integrity.h"
@@ -53,15 +59,26 @@ int fips_rng_test(int force) {
 }
 
 int fips_log_startup_error(const char* text) {
-  std::FILE* log = std::fopen(Settings().error_log.c_str(), "a");
-  if (!log) {
-    std::fprintf(stderr, "fipsval: cannot open the error log %s: %s\n",
-                 Settings().error_log.c_str(), std::strerror(errno));
+  // Non-blocking and a regular file only: a FIFO or a device given as the
+  // log is refused, never waited on.
+  const char* path = Settings().error_log.c_str();
+  const fipsval::host::UniqueFd fd(
+      open(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644));
+  struct stat st;
+  const char* refusal = nullptr;
+  if (!fd) {
+    refusal = errno == ENXIO ? "not a regular file" : std::strerror(errno);
+  } else if (fstat(fd.get(), &st) != 0) {
+    refusal = std::strerror(errno);
+  } else if (!S_ISREG(st.st_mode)) {
+    refusal = "not a regular file";
+  }
+  if (refusal) {
+    std::fprintf(stderr, "fipsval: cannot open the error log %s: %s\n", path, refusal);
     return -1;
   }
-  std::fprintf(log, "%s %s\n", fipsval::host::UtcStamp().c_str(), text);
-  const bool written = std::fclose(log) == 0;
-  return written ? 0 : -1;
+  const std::string line = fipsval::host::UtcStamp() + " " + text + "\n";
+  return write(fd.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size()) ? 0 : -1;
 }
 
 int fips_goto_error_mode(int code, const char* text) {

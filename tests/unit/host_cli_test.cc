@@ -97,6 +97,9 @@ TEST_F(HostCli, SelftestPassesAndEachForcedFailureEntersTheErrorMode) {
   }
   Result r = Run({"--error-log", "/nonexistent/log", "selftest", "--force", "AES"});
   EXPECT_TRUE(Ran(r, 3, "cannot open the error log"));
+  ASSERT_EQ(mkfifo("/tmp/log-fifo", 0600), 0);  // refused, not waited on
+  EXPECT_TRUE(Ran(Run({"--error-log", "/tmp/log-fifo", "selftest", "--force", "AES"}), 3,
+                  "cannot open the error log /tmp/log-fifo: not a regular file"));
   EXPECT_TRUE(Has(r.out, "Failed to log self-test failure: FIPS error: AES self-test failed"));
   r = Run({"--error-mode-file", "/nonexistent/mode", "selftest", "--force", "AES"});
   EXPECT_TRUE(Ran(r, 3, "fipsval: cannot record the error mode in /nonexistent/mode: "));
