@@ -90,10 +90,10 @@ bool MarkerError(const char* cause) {
 // path or at its name: an entry that is not a regular file of its own is
 // refused, never written through.
 bool WriteMarker(std::string_view name) {
-  const UniqueFd top(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // "/data" by its absolute name (not "data" below an open "/"): the
+  // same on a machine, and an emulator's root prefix cannot take "/".
   UniqueFd data, etc;
-  Status walk = top ? OpenDirBelow(top.get(), "data", 0755, &data)
-                    : FromErrno(errno);
+  Status walk = OpenDirBelow(AT_FDCWD, "/data", 0755, &data);
   if (walk.ok()) walk = OpenDirBelow(data.get(), "etc", 0755, &etc);
   if (!walk.ok()) {
     return MarkerError(("cannot use " + std::string(kMarkerDir) + ": " +
