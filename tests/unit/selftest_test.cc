@@ -162,6 +162,15 @@ TEST_F(SelfTests, MarkerLineMustBeExactlyOneNameAndIsDeleted) {
     EXPECT_FALSE(FileExists(kMarker)) << c.content;
   }
   EXPECT_EQ(Call(fips_check_fail), std::make_pair(0, std::string()));
+
+  // A host started with standard input closed opens the marker as 0.
+  WriteFile(kMarker, "RSA");
+  const int stdin_copy = dup(0);
+  close(0);
+  const int bit = fips_check_fail();
+  dup2(stdin_copy, 0);
+  close(stdin_copy);
+  EXPECT_EQ(bit, 16);
 }
 
 // Only a regular file of its own is read: anything else at the path is
