@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <string_view>
 
 #include "fipsval.h"
 #include "harness/runner_io.h"
@@ -18,9 +19,8 @@ int is_asc_hex(char c) {
 }
 
 char get_asc(unsigned n) {
-  if (n < 10) return static_cast<char>('0' + n);
-  if (n < 16) return static_cast<char>('a' + n - 10);
-  return 0;
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  return n < kDigits.size() ? kDigits[n] : 0;
 }
 
 uint8_t get_hex(char c) {

@@ -131,6 +131,10 @@ class Session {
   std::span<char> line_;
 };
 
+// Room for the hex text of N bytes and its terminator, for Answer.
+template <std::size_t N>
+using HexText = std::array<char, 2 * N + 1>;
+
 // A Session with its own zero-filled line buffer of N bytes: the usual
 // way a runner core starts, `const BufferedSession<1024> s(req, rsp);`.
 template <std::size_t N>

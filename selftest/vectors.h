@@ -19,7 +19,7 @@ using Terminated = std::array<uint8_t, N + 1>;
 // The value of a Terminated string, without its terminator.
 template <std::size_t M>
 constexpr std::span<const uint8_t, M - 1> Value(const std::array<uint8_t, M>& s) {
-  return std::span<const uint8_t, M - 1>(s.data(), M - 1);
+  return std::span(s).template first<M - 1>();
 }
 
 // AES-128-CBC: RFC 3602 test case 1 key and plaintext (a terminated

@@ -39,17 +39,17 @@ int Hmac(Mode mode, const uint8_t* msg, std::size_t msg_len,
 }
 
 // Reads a hex field line into out (kBufferSize bytes) and copies it.
-// Returns false, after the message, when it is missing, empty or too long.
-bool ReadHex(const Session& s, const char* tag, const char* missing,
-             const char* refused, const char* too_long, uint8_t* out,
-             std::size_t* len) {
-  if (!s.ReadField(tag, missing)) return false;
-  *len = s.Hex(tag, out, kBufferSize);
-  if (*len == 0 || *len > kBufferSize) {
-    Fail(*len == 0 ? refused : too_long);
-    return false;
+// Returns its length, or 0 after the message when it is missing, empty or
+// too long.
+std::size_t ReadHex(const Session& s, const char* tag, const char* missing,
+                    const char* refused, const char* too_long, uint8_t* out) {
+  if (!s.ReadField(tag, missing)) return 0;
+  const std::size_t len = s.Hex(tag, out, kBufferSize);
+  if (len == 0 || len > kBufferSize) {
+    Fail(len == 0 ? refused : too_long);
+    return 0;
   }
-  return s.Copy();
+  return s.Copy() ? len : 0;
 }
 
 // One test after its Count line: Klen, Tlen, Key and Msg in this order,
@@ -68,14 +68,12 @@ bool AnswerTest(const Session& s, Mode mode) {
   }
   uint8_t key[kBufferSize];
   uint8_t msg[kBufferSize];
-  std::size_t key_len = 0;
-  std::size_t msg_len = 0;
-  if (!ReadHex(s, "Key = ", "Key field not present", "Error extracting key",
-               "Key buffer too small", key, &key_len) ||
-      !ReadHex(s, "Msg = ", "Msg field not present", "Error extracting msg",
-               "Msg buffer too small", msg, &msg_len)) {
-    return false;
-  }
+  const std::size_t key_len = ReadHex(s, "Key = ", "Key field not present",
+                                      "Error extracting key", "Key buffer too small", key);
+  if (key_len == 0) return false;
+  const std::size_t msg_len = ReadHex(s, "Msg = ", "Msg field not present",
+                                      "Error extracting msg", "Msg buffer too small", msg);
+  if (msg_len == 0) return false;
   // Zeroed so that a Tlen beyond the SHA-1 length (up to 32) shows zeros
   // rather than stale memory.
   std::array<uint8_t, kMaxMacLen> mac = {};

@@ -84,7 +84,7 @@ bool AnswerTest(const Session& s, int32_t returned_len) {
     return false;
   }
   // A negative count returns no bytes.
-  std::array<char, 2 * kRbgReturnedMax + 1> text;
+  HexText<kRbgReturnedMax> text;
   return s.Answer("ReturnedBits = ", block.returned, returned_len,
                   {"Error converting rnd to ascii",
                    "Problem writing rnd tag to rsp file",

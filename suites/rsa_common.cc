@@ -111,7 +111,6 @@ int b33_test(int nlen, const BIGNUM* e, const BIGNUM* p, const BIGNUM* q,
     if (size > 0) std::snprintf(reason, size, "%s", text);
     return pass;
   };
-  if (size > 0) reason[0] = 0;
   if (nlen < 0) return result(0, "Invalid modulus size");
   UniqueBnCtx ctx(BN_CTX_new());
   if (!ctx) return result(0, "Error allocating BN_CTX");

@@ -134,7 +134,7 @@ bool AnswerCase(const Session& s, const Section& section) {
   std::memset(s.line(), 0, s.buffer().size());
 
   std::array<uint8_t, kMaxDerived> derived{};
-  std::array<char, 2 * kMaxDerived + 1> text{};
+  HexText<kMaxDerived> text{};
   for (const Output& o : kOutputs) {
     const int len = o.length ? section.*o.length : section.hash_len;
     if (!hash(section.hash_len, k.data(), static_cast<unsigned>(*k_len),

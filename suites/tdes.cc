@@ -32,7 +32,7 @@ using DataBuffer = std::array<uint8_t, kDataSize>;
 // Keys ctx for EDE3-CBC with key 1, key 2, key 3 in that order, padding off.
 bool KeyContext(EVP_CIPHER_CTX* ctx, Direction dir, const DesKeys& keys,
                 const uint8_t* iv) {
-  std::array<uint8_t, 3 * kDesBlock> ede;
+  std::array<uint8_t, sizeof(DesKeys)> ede;
   for (std::size_t k = 0; k < keys.size(); ++k) {
     std::memcpy(ede.data() + k * kDesBlock, keys[k].data(), kDesBlock);
   }

@@ -102,12 +102,12 @@ struct Marker {
   int prf;
 };
 
-constexpr std::array<Marker, 4> kMarkers = {{
+constexpr Marker kMarkers[] = {
     {"[TLS 1.0/1.1]", 20},
     {"[TLS 1.2, SHA-256]", 32},
     {"[TLS 1.2, SHA-384]", 48},
     {"[TLS 1.2, SHA-512]", 64},
-}};
+};
 
 // The PRF a line selects when it begins with a section marker, else 0.
 int MarkerPrf(const char* line) {
@@ -182,7 +182,7 @@ bool AnswerCase(const Session& s, const Section& section) {
 
   static_assert(kMaxKeyBlock <= static_cast<int>(kMaxSecret));
   std::array<uint8_t, kMaxSecret> derived{};
-  std::array<char, 2 * kMaxSecret + 1> text{};
+  HexText<kMaxSecret> text{};
   // The PRF's result is not examined: it fails only for an unknown
   // selector, and the markers give known ones.
   prf_hash(section.prf, secret.data(), secret_len, "master secret",
