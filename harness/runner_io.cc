@@ -131,6 +131,12 @@ long long Session::Number(std::string_view tag) const {
   return std::strtoll(line() + tag.size(), nullptr, 10);
 }
 
+std::optional<int> Session::Length(const char* tag) const {
+  int value = 0;
+  if (!fips_tv_extract_len(req_, rsp_, tag, &value)) return std::nullopt;
+  return value;
+}
+
 bool Session::Answer(std::string_view tag, const uint8_t* bytes, int len,
                      const AnswerMessages& m, std::span<char> text) const {
   if (text.empty()) text = line_;

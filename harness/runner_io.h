@@ -119,6 +119,10 @@ class Session {
                   std::size_t capacity) const;
   long long Number(std::string_view tag) const;
 
+  // fips_tv_extract_len on the next line: the value, or nothing once it
+  // has said why not.
+  std::optional<int> Length(const char* tag) const;
+
   // Writes tag, the lower-case hex of bytes[0..len) and CR LF. The hex text
   // is built in `text` (the line buffer when none is given); when it would
   // not fit, prints m.convert and returns false.

@@ -74,18 +74,13 @@ struct Section {
 // Reads the three length lines that follow a marker. The shared-secret
 // length is copied but not needed: K carries its own length.
 bool ReadSectionHeader(const Session& s, Section& section) {
-  int secret_bits = 0;
-  int iv_bits = 0;
-  int key_bits = 0;
-  if (!fips_tv_extract_len(s.req(), s.rsp(), "[shared secret length = ",
-                           &secret_bits) ||
-      !fips_tv_extract_len(s.req(), s.rsp(), "[IV length = ", &iv_bits) ||
-      !fips_tv_extract_len(s.req(), s.rsp(), "[encryption key length = ",
-                           &key_bits)) {
-    return false;
-  }
-  section.iv_len = iv_bits / 8;
-  section.key_len = key_bits / 8;
+  if (!s.Length("[shared secret length = ")) return false;
+  const auto iv_bits = s.Length("[IV length = ");
+  if (!iv_bits) return false;
+  const auto key_bits = s.Length("[encryption key length = ");
+  if (!key_bits) return false;
+  section.iv_len = *iv_bits / 8;
+  section.key_len = *key_bits / 8;
   const int limit = 2 * section.hash_len;
   if (section.key_len > limit) {
     std::printf("The encryption key length is over limit %d(%d)\n",

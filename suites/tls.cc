@@ -126,15 +126,10 @@ struct Section {
 // Reads the two length lines that follow a marker. The pre-master-secret
 // length is only copied: each case's secret carries its own length.
 bool ReadSectionHeader(const Session& s, Section& section) {
-  int secret_bits = 0;
-  int key_block_bits = 0;
-  if (!fips_tv_extract_len(s.req(), s.rsp(), "[pre-master secret length = ",
-                           &secret_bits) ||
-      !fips_tv_extract_len(s.req(), s.rsp(), "[key block length = ",
-                           &key_block_bits)) {
-    return false;
-  }
-  section.key_block_len = key_block_bits / 8;
+  if (!s.Length("[pre-master secret length = ")) return false;
+  const auto key_block_bits = s.Length("[key block length = ");
+  if (!key_block_bits) return false;
+  section.key_block_len = *key_block_bits / 8;
   if (section.key_block_len > kMaxKeyBlock) {
     std::printf("The key block length is over limit %d(%d)\n",
                 section.key_block_len, kMaxKeyBlock);
