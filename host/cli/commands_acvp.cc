@@ -581,6 +581,9 @@ int RunAcvp(const Args& args) {
     }
   }
   if (input.empty()) return Usage("acvp: give a prompt.json or a directory of vector sets");
+  if (!options.output.empty() && (options.output == paths.json || options.output == paths.junit)) {
+    return Usage("acvp: --output and a report name the same file ", options.output.string());
+  }
   std::error_code ec;
   const bool dir = fs::is_directory(input, ec);
   return Reported("acvp", input, dir && options.output.empty() ? input : options.output.string(),

@@ -352,6 +352,7 @@ TEST(Acvp, DirectoriesOfVectorSets) {
   EXPECT_EQ(checked.status, 1);
   ExpectReports(1);
   EXPECT_HAS(testing::ReadFile("/tmp/r.xml"), "<failure type=\"no-response\" message=\"no response for vsId 8 below /tmp/sets\">");
+  EXPECT_EQ(Fipsval({"acvp", "/tmp/sets/a/prompt.json", "--output", "/tmp/r.xml", "--junit", "/tmp/r.xml"}).status, 2);
   EXPECT_EQ(Fipsval({"acvp", "--check", "/tmp/expected", "/tmp/sets", "--json", "/tmp/none/r.json"}).err,
             "fipsval: cannot write the report /tmp/none/r.json: the directory /tmp/none does not exist\n");
   EXPECT_HAS(checked.out, "tgId 1: PASS 1 tests\n1 passed, 0 failed\n");
