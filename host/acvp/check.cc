@@ -211,6 +211,17 @@ void CheckGroup(const Documents& docs, long long tg_id,
     std::fprintf(out, "tgId %lld: FAIL %d of %zu tests (first: %s)\n", tg_id,
                  failed, tests.size(), first.c_str());
   }
+  tally->groups.push_back({tg_id, failed == 0 ? "passed" : "failed", first,
+                           static_cast<int>(tests.size()), failed});
+}
+
+// A group in one document and not the other: each of its tests fails.
+void Missed(long long tg_id, std::size_t tests, const char* why, std::FILE* out,
+            CheckTally* tally) {
+  std::fprintf(out, "tgId %lld: FAIL %s (%zu tests)\n", tg_id, why, tests);
+  const int count = static_cast<int>(tests);
+  tally->failed += count;
+  tally->groups.push_back({tg_id, "failed", why, count, count});
 }
 
 Status SameVectorSet(const Json& expected, const Json& response) {
@@ -242,17 +253,15 @@ CheckTally CheckDocuments(const Json& expected, const Json& response, const Json
     } else if (const auto it = not_answered.find(tg_id); it != not_answered.end()) {
       std::fprintf(out, "tgId %lld: NOT ANSWERED (%s)\n", tg_id, it->second.c_str());
       ++tally.unanswered_groups;
+      tally.groups.push_back({tg_id, "not-answered", it->second, static_cast<int>(tests.size()), 0});
     } else {
-      std::fprintf(out, "tgId %lld: FAIL missing from the response (%zu tests)\n", tg_id,
-                   tests.size());
-      tally.failed += static_cast<int>(tests.size());
+      Missed(tg_id, tests.size(), "missing from the response", out, &tally);
     }
   }
   for (const auto& [tg_id, tests] : docs.got.tests) {
-    if (docs.want.tests.count(tg_id)) continue;
-    std::fprintf(out, "tgId %lld: FAIL not in the expected results (%zu tests)\n", tg_id,
-                 tests.size());
-    tally.failed += static_cast<int>(tests.size());
+    if (!docs.want.tests.count(tg_id)) {
+      Missed(tg_id, tests.size(), "not in the expected results", out, &tally);
+    }
   }
   std::fprintf(out, "%d passed, %d failed\n", tally.passed, tally.failed);
   return tally;

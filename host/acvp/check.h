@@ -3,8 +3,10 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "host/acvp/json_fields.h"
+#include "host/acvp/tally.h"
 #include "host/base/status.h"
 
 namespace fipsval::host::acvp {
@@ -14,6 +16,7 @@ struct CheckTally {
   int failed = 0;
   int unanswered_groups = 0;  // groups the response lists as not answered
   Status status;              // a document is not a vector set
+  std::vector<GroupResult> groups;  // each group as its line says
 };
 
 // Prints one line per expected group to `out`. RSA signature-generation

@@ -162,10 +162,10 @@ AssembledResponse AssembleResponse(const Json& prompt,
     if (const auto it = unsupported.find(tg_id); it != unsupported.end()) {
       out.unanswered.push_back({tg_id, it->second});
     } else if (const auto it = answers.failed.find(tg_id); it != answers.failed.end()) {
-      out.unanswered.push_back({tg_id, it->second});
+      out.unanswered.push_back({tg_id, it->second, true});
       ++out.failed_groups;
     } else if (!(answered = AnsweredGroup(group, answers))) {
-      out.unanswered.push_back({tg_id, "not every test of the group was answered"});
+      out.unanswered.push_back({tg_id, "not every test of the group was answered", true});
       ++out.failed_groups;
     } else {
       response["testGroups"].push_back(std::move(*answered));

@@ -1,6 +1,7 @@
 // The acvp command: answers ACVP vector sets with the library's suites, and
 // checks a response against the expected results.
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -14,9 +15,12 @@
 #include "host/acvp/json_fields.h"
 #include "host/acvp/registration.h"
 #include "host/acvp/session.h"
+#include "host/acvp/tally.h"
+#include "host/base/clock.h"
 #include "host/base/file_io.h"
 #include "host/cli/cli.h"
 #include "host/platform/host_settings.h"
+#include "host/report/result_report.h"
 #include "host/report/run_console.h"
 
 namespace fipsval::host {
@@ -24,6 +28,24 @@ namespace {
 
 namespace fs = std::filesystem;
 using acvp::Json;
+using acvp::SetResult;
+
+// Says "fipsval: SHOWN: MESSAGE" and keeps the message as the set's own.
+void Say(SetResult* set, const std::string& shown, const std::string& message) {
+  std::fprintf(stderr, "fipsval: %s: %s\n", shown.c_str(), message.c_str());
+  set->message += (set->message.empty() ? "" : "; ") + message;
+}
+
+// What names the vector set: its vsId, algorithm, mode and revision.
+void Describe(const Json& vector_set, SetResult* set) {
+  const auto id = vector_set.find("vsId");
+  if (id != vector_set.end() && id->is_number_integer()) set->vs_id = id->get<long long>();
+  for (const auto& [field, value] : {std::pair{"algorithm", &set->algorithm},
+                                     {"mode", &set->mode}, {"revision", &set->revision}}) {
+    const auto it = vector_set.find(field);
+    if (it != vector_set.end() && it->is_string()) *value = it->get<std::string>();
+  }
+}
 
 // How `acvp` answers and judges.
 struct AnswerOptions {
@@ -31,6 +53,20 @@ struct AnswerOptions {
   bool bare = false;        // the response as the bare vector-set object
   bool allow_unsupported = false;  // groups no runner takes do not fail
 };
+
+// The groups of an answer, by tgId: answered, or not with the reason.
+std::vector<acvp::GroupResult> GroupsOf(const acvp::AssembledResponse& answers) {
+  std::vector<acvp::GroupResult> groups;
+  for (const Json& group : answers.response["testGroups"]) {
+    groups.push_back({group["tgId"].get<long long>(), "answered", "", 0, 0});
+  }
+  for (const acvp::Unanswered& u : answers.unanswered) {
+    groups.push_back({u.tg_id, u.failed ? "failed" : "not-answered", u.reason, 0, 0});
+  }
+  std::sort(groups.begin(), groups.end(),
+            [](const auto& a, const auto& b) { return a.tg_id < b.tg_id; });
+  return groups;
+}
 
 // Writes `text` to `path` through a new file beside it, renamed into place:
 // a link at `path` is replaced, never followed.
@@ -89,20 +125,21 @@ enum class Answered { kFully, kPartly, kRefused, kFailed };
 
 // Answers a loaded prompt; `put` writes the response text. Each group not
 // answered is named with its reason.
-Answered AnswerLoaded(const std::string& shown, const Json& prompt, const std::string& version,
-                      const AnswerOptions& options,
-                      const std::function<bool(const std::string&)>& put) {
+Answered Answer(const std::string& shown, const Json& prompt, const std::string& version,
+                const AnswerOptions& options,
+                const std::function<bool(const std::string&)>& put, SetResult* set) {
   const int verbosity = Settings().verbosity;
   // -v: the library's lines on standard error, which the response leaves alone.
   RunConsole console(stderr, 1, false);
   const acvp::SessionResult result =
       acvp::AnswerVectorSet(prompt, verbosity >= 2 ? &console : nullptr);
   if (!result.status.ok()) {
-    std::fprintf(stderr, "fipsval: %s: %s\n", shown.c_str(), result.status.message().c_str());
+    Say(set, shown, result.status.message());
     return result.status.kind() == StatusKind::kRefused ? Answered::kRefused
                                                         : Answered::kFailed;
   }
   const acvp::AssembledResponse& answers = result.answers;
+  set->groups = GroupsOf(answers);
   for (const acvp::Unanswered& u : answers.unanswered) {
     std::fprintf(stderr, "fipsval: %s: tgId %lld not answered: %s\n", shown.c_str(), u.tg_id,
                  u.reason.c_str());
@@ -117,18 +154,32 @@ Answered AnswerLoaded(const std::string& shown, const Json& prompt, const std::s
                  answers.answered_groups, groups);
   }
   if (groups == 0) {
-    std::fprintf(stderr, "fipsval: %s: the vector set has no test group\n", shown.c_str());
+    Say(set, shown, "the vector set has no test group");
     return Answered::kPartly;
   }
   if (answers.answered_groups == 0) {
-    std::fprintf(stderr, "fipsval: %s: no group of the vector set could be answered\n",
-                 shown.c_str());
+    Say(set, shown, "no group of the vector set could be answered");
   }
   // A runner that failed a group it was given always fails; a group no
   // runner takes fails unless the caller accepts it.
   if (answers.failed_groups > 0) return Answered::kFailed;
   if (answers.unanswered.empty() || options.allow_unsupported) return Answered::kFully;
   return Answered::kPartly;
+}
+
+constexpr std::array<const char*, 4> kAnsweredNames = {"answered", "not-answered", "refused",
+                                                       "failed"};
+
+// Answer, timed and recorded in `set`.
+Answered AnswerLoaded(const std::string& shown, const Json& prompt, const std::string& version,
+                      const AnswerOptions& options,
+                      const std::function<bool(const std::string&)>& put, SetResult* set) {
+  const SteadyTime start = Now();
+  Describe(prompt, set);
+  const Answered answered = Answer(shown, prompt, version, options, put, set);
+  set->outcome = kAnsweredNames[static_cast<std::size_t>(answered)];
+  set->seconds = SecondsSince(start);
+  return answered;
 }
 
 int ExitOf(Answered answered) {
@@ -146,17 +197,23 @@ int ExitOf(Answered answered) {
 
 // Answers one prompt; the response goes to `output`, or to standard output
 // when it is empty.
-int AnswerOne(const fs::path& prompt_path, const AnswerOptions& options) {
+int AnswerOne(const fs::path& prompt_path, const AnswerOptions& options,
+              acvp::AcvpTally* tally) {
+  SetResult& set = tally->sets.emplace_back();
+  set.file = prompt_path;
+  set.response = options.output;
   Json prompt;
   std::string version;
   if (Status loaded = acvp::LoadVectorSet(prompt_path, &prompt, &version); !loaded.ok()) {
     std::fprintf(stderr, "fipsval: %s\n", loaded.message().c_str());
+    set.outcome = "refused";
+    set.message = loaded.message();
     return kUsage;
   }
   return ExitOf(AnswerLoaded(prompt_path, prompt, version, options,
                              [&](const std::string& text) {
                                return PutResponse(options.output, text);
-                             }));
+                             }, &set));
 }
 
 // A vector set found in a directory: the ACVP Proxy's
@@ -199,18 +256,23 @@ std::vector<Found> FindVectorSets(const fs::path& dir) {
   return found;
 }
 
-int AnswerDirectory(const fs::path& dir, const AnswerOptions& options) {
+int AnswerDirectory(const fs::path& dir, const AnswerOptions& options,
+                    acvp::AcvpTally* tally) {
   const std::vector<Found> found = FindVectorSets(dir);
   if (found.empty()) {
-    std::fprintf(stderr, "fipsval: no prompt.json or %s below %s\n", kProxyRequest,
-                 dir.c_str());
+    tally->problem = Missing("no prompt.json or " + std::string(kProxyRequest) + " below " +
+                             dir.string());
+    std::fprintf(stderr, "fipsval: %s\n", tally->problem.message().c_str());
     return kFailed;
   }
   int fully = 0, partly = 0, bad = 0, submitted = 0;
   for (const Found& f : found) {
     const fs::path shown = dir / f.relative;
+    SetResult& set = tally->sets.emplace_back();
+    set.file = shown;
+    set.outcome = "refused";
     if (!f.problem.empty()) {
-      std::fprintf(stderr, "fipsval: %s: %s\n", shown.c_str(), f.problem.c_str());
+      Say(&set, shown, f.problem);
       ++bad;
       continue;
     }
@@ -218,8 +280,9 @@ int AnswerDirectory(const fs::path& dir, const AnswerOptions& options) {
     const fs::path folder = f.relative.parent_path();
     std::error_code ec;
     if (proxy && fs::exists(fs::symlink_status(dir / folder / kProxySubmitted, ec))) {
-      std::fprintf(stderr, "fipsval: %s: already submitted (%s beside it): left alone\n",
-                   shown.c_str(), kProxySubmitted);
+      set.outcome = "submitted";
+      Say(&set, shown, "already submitted (" + std::string(kProxySubmitted) +
+                           " beside it): left alone");
       ++submitted;
       continue;
     }
@@ -228,17 +291,22 @@ int AnswerDirectory(const fs::path& dir, const AnswerOptions& options) {
     if (Status loaded = acvp::LoadVectorSetBelow(dir, f.relative, &prompt, &version);
         !loaded.ok()) {
       std::fprintf(stderr, "fipsval: %s\n", loaded.message().c_str());
+      set.message = loaded.message();
       ++bad;
       continue;
     }
     const fs::path root = options.output.empty() ? dir : options.output;
     const std::string name = proxy ? kProxyResponse : "response.json";
+    set.response = root / folder / name;
     const Answered answered =
         AnswerLoaded(shown, prompt, version, options, [&](const std::string& text) {
           const Status written = WriteBelow(root, folder, name, text);
-          if (!written.ok()) std::fprintf(stderr, "fipsval: %s\n", written.message().c_str());
+          if (!written.ok()) {
+            std::fprintf(stderr, "fipsval: %s\n", written.message().c_str());
+            set.message = written.message();
+          }
           return written.ok();
-        });
+        }, &set);
     if (answered == Answered::kFully) {
       ++fully;
     } else if (answered == Answered::kPartly) {
@@ -254,10 +322,10 @@ int AnswerDirectory(const fs::path& dir, const AnswerOptions& options) {
   return partly + bad == 0 ? kOk : kFailed;
 }
 
-// The documents of `acvp --check`: kOk, or the usage status (said).
-int LoadCheckDocuments(const std::vector<std::string>& files,
-                       std::string prompt_path, Json* expected, Json* response,
-                       Json* prompt, bool* have_prompt) {
+// The documents of `acvp --check`.
+Status LoadCheckDocuments(const std::vector<std::string>& files,
+                          std::string prompt_path, Json* expected, Json* response,
+                          Json* prompt, bool* have_prompt) {
   std::string version;
   Status loaded = acvp::LoadVectorSet(files[0], expected, &version);
   if (loaded.ok()) loaded = acvp::LoadVectorSet(files[1], response, &version);
@@ -268,39 +336,57 @@ int LoadCheckDocuments(const std::vector<std::string>& files,
   }
   *have_prompt = !prompt_path.empty();
   if (loaded.ok() && *have_prompt) loaded = acvp::LoadVectorSet(prompt_path, prompt, &version);
-  if (loaded.ok()) return kOk;
-  std::fprintf(stderr, "fipsval: %s\n", loaded.message().c_str());
-  return kUsage;
+  return loaded;
 }
 
-// Checks one response; the exit status of the check.
-int CheckPair(const std::vector<std::string>& files, const std::string& prompt_path,
-              bool allow_unsupported) {
+// Checks one response into `set`; the exit status of the check.
+int CheckDocuments(const std::vector<std::string>& files, const std::string& prompt_path,
+                   bool allow_unsupported, SetResult* set) {
   Json expected, response, prompt;
   bool have_prompt = false;
-  if (const int usage = LoadCheckDocuments(files, prompt_path, &expected, &response,
-                                           &prompt, &have_prompt);
-      usage != kOk) {
-    return usage;
+  if (const Status loaded = LoadCheckDocuments(files, prompt_path, &expected, &response,
+                                               &prompt, &have_prompt);
+      !loaded.ok()) {
+    std::fprintf(stderr, "fipsval: %s\n", loaded.message().c_str());
+    set->message = loaded.message();
+    set->outcome = "refused";
+    return kUsage;
   }
-  const acvp::CheckTally tally =
+  Describe(expected, set);
+  acvp::CheckTally tally =
       acvp::CheckResponse(expected, response, have_prompt ? &prompt : nullptr, stdout);
   std::fflush(stdout);
+  set->groups = std::move(tally.groups);
+  set->outcome = "failed";
   if (!tally.status.ok()) {
-    std::fprintf(stderr, "fipsval: %s: %s\n", files[1].c_str(), tally.status.message().c_str());
+    Say(set, files[1], tally.status.message());
+    set->outcome = "refused";
     return kUsage;
   }
   if (tally.unanswered_groups > 0 && !allow_unsupported) {
-    std::fprintf(stderr,
-                 "fipsval: %s: %d groups not answered (--allow-unsupported accepts them)\n",
-                 files[1].c_str(), tally.unanswered_groups);
+    Say(set, files[1], std::to_string(tally.unanswered_groups) +
+                           " groups not answered (--allow-unsupported accepts them)");
+    set->outcome = "not-answered";
     return kFailed;
   }
   if (tally.passed == 0 && tally.failed == 0 && tally.unanswered_groups == 0) {
-    std::fprintf(stderr, "fipsval: %s: no answered test to check\n", files[1].c_str());
+    Say(set, files[1], "no answered test to check");
     return kFailed;
   }
+  if (tally.failed == 0) set->outcome = "passed";
   return tally.failed == 0 ? kOk : kFailed;
+}
+
+// CheckDocuments, timed, as one more set of `tally`.
+int CheckPair(const std::vector<std::string>& files, const std::string& prompt_path,
+              bool allow_unsupported, acvp::AcvpTally* tally) {
+  const SteadyTime start = Now();
+  SetResult& set = tally->sets.emplace_back();
+  set.file = files[0];
+  set.response = files[1];
+  const int status = CheckDocuments(files, prompt_path, allow_unsupported, &set);
+  set.seconds = SecondsSince(start);
+  return status;
 }
 
 // What pairs a response with its expected results: the vsId, and the
@@ -341,7 +427,8 @@ std::map<std::string, fs::path> ResponsesById(const fs::path& dir) {
 // acvp --check DIR RESPONSES: every expectedResults.json below DIR against
 // the response of the same vsId below RESPONSES (prompt.json beside the
 // expected results, for RSA signatures).
-int CheckDirectory(const fs::path& dir, const fs::path& responses, bool allow_unsupported) {
+int CheckDirectory(const fs::path& dir, const fs::path& responses, bool allow_unsupported,
+                   acvp::AcvpTally* tally) {
   const std::map<std::string, fs::path> answers = ResponsesById(responses);
   int sets = 0, passed = 0, failed = 0;
   std::vector<fs::path> expected;
@@ -364,36 +451,84 @@ int CheckDirectory(const fs::path& dir, const fs::path& responses, bool allow_un
     }
     if (!loaded.ok()) {
       std::fprintf(stderr, "fipsval: %s\n", loaded.message().c_str());
+      SetResult& refused = tally->sets.emplace_back();
+      refused.file = path;
+      refused.outcome = "refused";
+      refused.message = loaded.message();
       ++failed;
       continue;
     }
     const auto answer = answers.find(SetKey(set));
     if (answer == answers.end()) {
-      std::printf("%s: FAIL no response for vsId %lld below %s\n", path.c_str(),
-                  id->get<long long>(), responses.c_str());
+      SetResult& missing = tally->sets.emplace_back();
+      missing.file = path;
+      missing.outcome = "no-response";
+      missing.message = "no response for vsId " + std::to_string(id->get<long long>()) +
+                        " below " + responses.string();
+      Describe(set, &missing);
+      std::printf("%s: FAIL %s\n", path.c_str(), missing.message.c_str());
       ++failed;
       continue;
     }
     std::printf("%s against %s:\n", path.c_str(), answer->second.c_str());
     std::fflush(stdout);
-    const int status = CheckPair({path, answer->second}, "", allow_unsupported);
+    const int status = CheckPair({path, answer->second}, "", allow_unsupported, tally);
     ++(status == kOk ? passed : failed);
   }
   std::printf("%d vector sets: %d passed, %d failed or without a response\n", sets, passed,
               failed);
   if (sets == 0) {
-    std::fprintf(stderr, "fipsval: no expectedResults.json below %s\n", dir.c_str());
+    tally->problem = Missing("no expectedResults.json below " + dir.string());
+    std::fprintf(stderr, "fipsval: %s\n", tally->problem.message().c_str());
     return kFailed;
   }
   return failed == 0 ? kOk : kFailed;
+}
+
+// --json FILE or --junit FILE at args[*i] (then true, *i at FILE); a
+// missing FILE sets *usage.
+bool ReportOption(const Args& args, std::size_t* i, const char* command, ReportPaths* paths,
+                  int* usage) {
+  const std::string& arg = args[*i];
+  if (arg != "--json" && arg != "--junit") return false;
+  if (*i + 1 == args.size()) {
+    *usage = Usage(std::string(command) + ": " + arg + " needs a file");
+  } else {
+    (arg == "--json" ? paths->json : paths->junit) = args[++*i];
+  }
+  return true;
+}
+
+// Does the work of `command` into a tally, and writes the reports asked
+// for from it: the exit status, which every report states.
+int Reported(const char* command, const std::string& input, const std::string& responses,
+             const ReportPaths& paths, const std::function<int(acvp::AcvpTally*)>& work) {
+  if (Status checked = CheckReportPaths(paths); !checked.ok()) {
+    std::fprintf(stderr, "fipsval: %s\n", checked.message().c_str());
+    return kFailed;
+  }
+  ResultReport report;
+  report.version = ProgramVersion();
+  report.command = command;
+  report.tree = input;
+  report.responses = responses;
+  acvp::AcvpTally tally;
+  const int status = Finish(work(&tally));
+  report.acvp = &tally;
+  report.status = tally.problem;
+  return FinishReport(&report, paths, status);
 }
 
 int Check(const Args& args) {
   std::vector<std::string> files;
   std::string prompt_path;
   bool allow_unsupported = false;
+  ReportPaths paths;
+  int usage = kOk;
   for (std::size_t i = 1; i < args.size(); ++i) {
-    if (args[i] == "--allow-unsupported") {
+    if (ReportOption(args, &i, "acvp --check", &paths, &usage)) {
+      if (usage != kOk) return usage;
+    } else if (args[i] == "--allow-unsupported") {
       allow_unsupported = true;
     } else if (args[i] == "--prompt") {
       if (i + 1 == args.size()) return Usage("acvp --check: --prompt needs a file");
@@ -408,10 +543,11 @@ int Check(const Args& args) {
     return Usage("acvp --check: give EXPECTED.json and RESPONSE.json, or two directories");
   }
   std::error_code ec;
-  if (fs::is_directory(files[0], ec) && fs::is_directory(files[1], ec)) {
-    return CheckDirectory(files[0], files[1], allow_unsupported);
-  }
-  return CheckPair(files, prompt_path, allow_unsupported);
+  const bool dirs = fs::is_directory(files[0], ec) && fs::is_directory(files[1], ec);
+  return Reported("acvp --check", files[0], files[1], paths, [&](acvp::AcvpTally* tally) {
+    return dirs ? CheckDirectory(files[0], files[1], allow_unsupported, tally)
+                : CheckPair(files, prompt_path, allow_unsupported, tally);
+  });
 }
 
 }  // namespace
@@ -424,8 +560,12 @@ int RunAcvp(const Args& args) {
   }
   std::string input;
   AnswerOptions options;
+  ReportPaths paths;
+  int usage = kOk;
   for (std::size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--output") {
+    if (ReportOption(args, &i, "acvp", &paths, &usage)) {
+      if (usage != kOk) return usage;
+    } else if (args[i] == "--output") {
       if (i + 1 == args.size()) return Usage("acvp: --output needs a path");
       options.output = args[++i];
     } else if (args[i] == "--bare") {
@@ -441,9 +581,16 @@ int RunAcvp(const Args& args) {
     }
   }
   if (input.empty()) return Usage("acvp: give a prompt.json or a directory of vector sets");
+  if (!options.output.empty() && (options.output == paths.json || options.output == paths.junit)) {
+    return Usage("acvp: --output and a report name the same file ", options.output.string());
+  }
   std::error_code ec;
-  if (fs::is_directory(input, ec)) return Finish(AnswerDirectory(input, options));
-  return Finish(AnswerOne(input, options));
+  const bool dir = fs::is_directory(input, ec);
+  return Reported("acvp", input, dir && options.output.empty() ? input : options.output.string(),
+                  paths, [&](acvp::AcvpTally* tally) {
+                    return dir ? AnswerDirectory(input, options, tally)
+                               : AnswerOne(input, options, tally);
+                  });
 }
 
 }  // namespace fipsval::host

@@ -108,8 +108,9 @@ const Command kCommands[] = {
      "Exit: 0 every response complete and right; 1 otherwise, or nothing checked.",
      RunVerify},
     {"acvp",
-     "acvp PROMPT.json|DIR [--output PATH] [--bare] [--allow-unsupported] | --check EXPECTED "
-     "RESPONSE [--prompt P] [--allow-unsupported] | --registration",
+     "acvp PROMPT.json|DIR [--output PATH] [--bare] [--allow-unsupported] [--json FILE] "
+     "[--junit FILE] | --check EXPECTED RESPONSE [--prompt P] [--allow-unsupported] "
+     "[--json FILE] [--junit FILE] | --registration",
      "Answers an ACVP vector set with the library's suites: each test group a\n"
      "suite can answer is written as a CAVP request file in a private temporary\n"
      "tree, the suites run over it, and the answers are mapped back to their\n"
@@ -126,6 +127,9 @@ const Command kCommands[] = {
      "signatures are verified with the reported n and e over the prompt's\n"
      "messages: prompt.json beside EXPECTED.json, or --prompt FILE).\n"
      "--registration prints the ACVP registration of what the module answers.\n"
+     "--json FILE and --junit FILE write each vector set's outcome, its groups\n"
+     "(with the reasons for those not answered, or the first difference) and\n"
+     "the counts as JSON or JUnit XML (as for run).\n"
      "Documents are bounded: 64 MiB, 32 levels, integers within 2^53.\n"
      "Exit: 0 every group answered (checked: all passed); 1 a group not answered\n"
      "(--allow-unsupported accepts groups no runner takes), a test missing or\n"

@@ -172,6 +172,43 @@ std::vector<Case> VerifyCases(const VerifyTally& tally,
   return cases;
 }
 
+// A case per group of each set (classname "acvp.<file>", name "tgId N"),
+// and one for the set itself when it failed otherwise (its message) or has
+// no group: a group not answered is a failure unless the set was accepted
+// with it (then skipped), a set already submitted is skipped.
+std::vector<Case> AcvpCases(const acvp::AcvpTally& tally) {
+  std::vector<Case> cases;
+  for (const acvp::SetResult& set : tally.sets) {
+    const bool set_ok = set.outcome == "answered" || set.outcome == "passed";
+    bool failed = false;
+    for (const acvp::GroupResult& g : set.groups) {
+      Case c{Classname("acvp", set.file), "tgId " + std::to_string(g.tg_id), 0, Case::kPassed,
+             "", g.reason};
+      if (g.outcome == "not-answered" && set_ok) {
+        c.kind = Case::kSkipped;
+        c.message = "not answered: " + g.reason;
+      } else if (g.outcome == "not-answered" || g.outcome == "failed") {
+        c.kind = Case::kFailed;
+        c.type = g.outcome;
+        failed = true;
+      }
+      cases.push_back(std::move(c));
+    }
+    if (set_ok ? !set.groups.empty() : failed && set.message.empty()) continue;
+    Case c{"acvp", set.file, set.seconds, Case::kPassed, "", set.message};
+    if (set.outcome == "submitted") {
+      c.kind = Case::kSkipped;
+      c.message = "submitted: " + set.message;
+    } else if (!set_ok) {
+      c.kind = Case::kFailed;
+      c.type = set.outcome;
+      if (c.message.empty()) c.message = set.outcome;
+    }
+    cases.push_back(std::move(c));
+  }
+  return cases;
+}
+
 }  // namespace
 
 std::string ResultJunit(const ResultReport& report) {
@@ -199,6 +236,7 @@ std::string ResultJunit(const ResultReport& report) {
     add("verify", report.verify_seconds,
         VerifyCases(*report.verify, report.tree));
   }
+  if (report.acvp) add(report.command, report.seconds, AcvpCases(*report.acvp));
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites" +
          Attribute("name", "fipsval " + report.command) +
          Attribute("tests", std::to_string(tests)) +

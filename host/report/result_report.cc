@@ -66,6 +66,42 @@ Json VerifyPart(const VerifyTally& tally, double seconds) {
             {"no_evidence", tally.no_evidence}}}};
 }
 
+// The sets of `acvp` or `acvp --check`, each with its groups, and how many
+// sets, groups (and, checked, tests) had each outcome.
+Json AcvpPart(const acvp::AcvpTally& tally, bool check) {
+  Json sets = Json::array(), by_set = Json::object(), by_group = Json::object();
+  for (const char* o : check ? acvp::kCheckSetOutcomes : acvp::kAnswerSetOutcomes) by_set[o] = 0;
+  for (const char* o : check ? acvp::kCheckGroupOutcomes : acvp::kAnswerGroupOutcomes) {
+    by_group[o] = 0;
+  }
+  int passed = 0, failed = 0;
+  for (const acvp::SetResult& set : tally.sets) {
+    Json groups = Json::array();
+    for (const acvp::GroupResult& g : set.groups) {
+      Json group = {{"tgId", g.tg_id}, {"outcome", g.outcome}, {"reason", g.reason}};
+      if (check) {
+        group["tests"] = g.tests;
+        group["failed"] = g.failed;
+        passed += g.outcome == "not-answered" ? 0 : g.tests - g.failed;
+        failed += g.failed;
+      }
+      groups.push_back(std::move(group));
+      by_group[g.outcome] = by_group.value(g.outcome, 0) + 1;
+    }
+    Json entry = {{"file", set.file}, {"response", set.response}};
+    if (set.vs_id) entry["vsId"] = *set.vs_id;
+    entry.update({{"algorithm", set.algorithm}, {"mode", set.mode},
+                  {"revision", set.revision}, {"outcome", set.outcome},
+                  {"message", set.message}, {"seconds", Rounded(set.seconds)},
+                  {"groups", groups}});
+    sets.push_back(std::move(entry));
+    by_set[set.outcome] = by_set.value(set.outcome, 0) + 1;
+  }
+  Json counts = {{"vector_sets", tally.sets.size()}, {"sets", by_set}, {"groups", by_group}};
+  if (check) counts["tests"] = {{"passed", passed}, {"failed", failed}};
+  return {{"vector_sets", sets}, {"counts", counts}};
+}
+
 Status WriteReport(const std::string& path, const std::string& content) {
   return ReplaceGivenFile(path, content, 0644)
       .Prefixed("cannot write the report " + path + ": ");
@@ -117,14 +153,18 @@ Status CheckReportPaths(const ReportPaths& paths) {
 }
 
 std::string ResultJson(const ResultReport& report) {
-  Json json = {{"fipsval", report.version},
-               {"command", report.command},
-               {"tree", report.tree},
-               {"responses", report.responses},
-               {"started", report.started},
+  Json json = {{"fipsval", report.version}, {"command", report.command}};
+  if (report.acvp) {
+    json["input"] = report.tree;
+    if (!report.responses.empty()) json["responses"] = report.responses;
+  } else {
+    json.update({{"tree", report.tree}, {"responses", report.responses}});
+  }
+  json.update({{"started", report.started},
                {"finished", report.finished},
-               {"seconds", Rounded(report.seconds)}};
+               {"seconds", Rounded(report.seconds)}});
   if (!report.status.ok()) json["error"] = report.status.message();
+  if (report.acvp) json["acvp"] = AcvpPart(*report.acvp, report.command == "acvp --check");
   if (report.run) json["run"] = RunPart(*report.run, report.run_seconds);
   if (report.verify) {
     json["verify"] = VerifyPart(*report.verify, report.verify_seconds);
@@ -140,7 +180,7 @@ int FinishReport(ResultReport* report, const ReportPaths& paths, int status) {
   report->seconds = SecondsSince(report->start);
   report->exit_status = status;
   report->tree = AbsolutePath(report->tree);
-  report->responses = AbsolutePath(report->responses);
+  if (!report->responses.empty()) report->responses = AbsolutePath(report->responses);
   std::vector<const std::string*> written;
   const Status failed = WriteReports(*report, paths, &written);
   if (failed.ok() || status != 0) return status;

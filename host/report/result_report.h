@@ -1,11 +1,13 @@
-// The machine-readable result of `run`, `verify` and `run --verify`: one
-// JSON document (its schema is doc/fipsval-result.schema.json) and a JUnit
+// The machine-readable result of `run`, `verify` and `run --verify`, and of
+// `acvp` and `acvp --check`: one JSON document (its schema is
+// doc/fipsval-result.schema.json, doc/fipsval-acvp.schema.json) and a JUnit
 // XML file, each written only where the user asked (--json FILE,
 // --junit FILE), by a temporary file renamed into place.
 #pragma once
 
 #include <string>
 
+#include "host/acvp/tally.h"
 #include "host/base/clock.h"
 #include "host/base/status.h"
 #include "host/run/run_result.h"
@@ -24,9 +26,9 @@ Status CheckReportPaths(const ReportPaths& paths);
 
 struct ResultReport {
   std::string version;
-  std::string command;  // "run", "verify" or "run --verify"
-  std::string tree;
-  std::string responses;
+  std::string command;  // "run", "verify", "run --verify", "acvp", "acvp --check"
+  std::string tree;       // acvp: the prompt, expected results or directory given
+  std::string responses;  // acvp: "" for standard output
   std::string started = UtcStamp();
   SteadyTime start = Now();
   std::string finished;  // set by FinishReport, with seconds
@@ -35,6 +37,7 @@ struct ResultReport {
   double run_seconds = 0;
   const VerifyTally* verify = nullptr;
   double verify_seconds = 0;
+  const acvp::AcvpTally* acvp = nullptr;
   Status status;  // why the command could not do its work
   int exit_status = 0;
 };

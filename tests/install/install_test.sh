@@ -13,7 +13,7 @@ for h in "$source"/include/*.h; do cmp -s "$h" "$prefix/include/${h##*/}" || fai
 test -L "$libdir/libfipsval.so" && test -L "$libdir/libfipsval.so.1" &&
   test -f "$libdir/libfipsval.so.1.0.0" || fail "library files"
 for f in bin/fipsval share/man/man1/fipsval.1 etc/fipsval/vpn.cfg var/lib/fipsval/vpn.cfg.sha256 \
-         var/lib/fipsval/firmware.sha256 share/fipsval/fipsval-result.schema.json; do test -f "$prefix/$f" || fail "$f not installed"; done
+         var/lib/fipsval/firmware.sha256 share/fipsval/fipsval-result.schema.json share/fipsval/fipsval-acvp.schema.json; do test -f "$prefix/$f" || fail "$f not installed"; done
 MANWIDTH=80 man -l --warnings "$prefix/share/man/man1/fipsval.1" 2>/tmp/step.out | col -b >/tmp/man.txt
 test ! -s /tmp/step.out || fail "man page warnings"
 commands=$("$fv" --help | sed -n '/^commands:/,/^$/s/^  \([a-z-]*\).*/\1/p')

@@ -233,12 +233,36 @@ const std::string kSha1Set = Set(R"("algorithm": "SHA-1", "revision": "1.0")",
                                  R"({"tgId": 1, "testType": "AFT", "tests": [{"tcId": 1, "msg": "616263", "len": 24}]},
                                     {"tgId": 2, "testType": "LDT", "tests": [{"tcId": 2}]})");
 
+// The --json and --junit reports of the last command: the JSON valid under
+// doc/fipsval-acvp.schema.json and stating the exit status, the XML well
+// formed (unchecked, with a note, where python3-jsonschema is missing).
+void ExpectReports(int status) {
+  const Json report = Json::parse(testing::ReadFile("/tmp/r.json"), nullptr, false);
+  ASSERT_TRUE(report.is_object()) << testing::ReadFile("/tmp/r.json");
+  EXPECT_EQ(report["exit_status"], status);
+  const testing::ProgramResult v = testing::WaitProgram(testing::StartProgram(
+      {"python3", "-c",
+       "import json, sys, xml.dom.minidom\n"
+       "try: import jsonschema\n"
+       "except ImportError: sys.exit('python3-jsonschema is missing: not validated')\n"
+       "schema = json.load(open(sys.argv[1]))\n"
+       "jsonschema.Draft7Validator.check_schema(schema)\n"
+       "jsonschema.Draft7Validator(schema).validate(json.load(open('/tmp/r.json')))\n"
+       "xml.dom.minidom.parse('/tmp/r.xml')\n",
+       FIPSVAL_SOURCE_DIR "/doc/fipsval-acvp.schema.json"}, "schema"), "schema");
+  if (v.err.find("not validated") == std::string::npos) {
+    EXPECT_EQ(v.status, 0) << v.err;
+  }
+}
+
 // `acvp` takes either envelope and writes the array form unless --bare; a
 // group not answered fails the set unless --allow-unsupported (its reason
 // stays), and -v adds no staging lines. `acvp --check` names the first
 // difference; a group the response does not answer fails unless
 // --allow-unsupported, a missing test fails, odd but equal fields compare,
-// and a value nested beyond the bound is refused before it is walked.
+// and a value nested beyond the bound is refused before it is walked. Each
+// writes its reports, which state its exit status; a link at a report's
+// name is replaced, never written through.
 TEST(Acvp, CommandLineEnvelopesAndExitCodes) {
   const std::string wrap = "[{\"acvVersion\": \"1.0\"}, ", array = "[\n  {\n    \"acvVersion\": \"1.0\"\n  },\n  {\n    \"vsId\": 7";
   const std::string not_answered = "/tmp/prompt.json: tgId 2 not answered: testType \"LDT\"";
@@ -271,7 +295,14 @@ TEST(Acvp, CommandLineEnvelopesAndExitCodes) {
     for (const auto& [path, text] : {std::pair{"/tmp/prompt.json", c.prompt}, {"/tmp/expected.json", c.expected}, {"/tmp/response.json", c.response}}) {
       if (!text.empty()) testing::WriteFile(path, text);
     }
-    const testing::ProgramResult r = Fipsval(c.args);
+    testing::WriteFile("/tmp/victim", "secret\n");
+    std::filesystem::remove("/tmp/r.xml");
+    ASSERT_EQ(symlink("/tmp/victim", "/tmp/r.xml"), 0);
+    std::vector<std::string> args = c.args;
+    args.insert(args.end(), {"--json", "/tmp/r.json", "--junit", "/tmp/r.xml"});
+    const testing::ProgramResult r = Fipsval(args);
+    ExpectReports(r.status);
+    EXPECT_EQ(testing::ReadFile("/tmp/victim"), "secret\n");
     EXPECT_EQ(r.status, c.status) << r.out << r.err;
     EXPECT_TRUE(r.out.starts_with(c.out)) << r.out;
     EXPECT_HAS(r.err, c.err);
@@ -284,7 +315,9 @@ TEST(Acvp, CommandLineEnvelopesAndExitCodes) {
 
 // acvp DIR: every vector set below it, the ACVP Proxy's in place; a link or
 // FIFO in a vector set's name is refused with a line, a submitted one left
-// alone, and one line sums up. --output never writes through a link.
+// alone, and one line sums up, as do the reports. --output never writes
+// through a link, a report never into a FIFO; one that cannot be written
+// stops before any work.
 TEST(Acvp, DirectoriesOfVectorSets) {
   const std::string sha1 = Set(R"("algorithm": "SHA-1", "revision": "1.0")", R"({"tgId": 1, "testType": "AFT", "tests": [{"tcId": 1, "msg": "00", "len": 8}]})");
   const std::string session = "/tmp/sets/testresults/module/1.0/100/";
@@ -297,8 +330,11 @@ TEST(Acvp, DirectoriesOfVectorSets) {
   ASSERT_EQ(mkfifo("/tmp/sets/c/prompt.json", 0600), 0);
   for (const char* vs : {"200/", "201/"}) testing::WriteFile(session + vs + "testvector-request.json", "[{\"acvVersion\": \"1.0\"}, " + sha1 + "]");
   testing::WriteFile(session + "201/processed.txt", "");
-  const testing::ProgramResult r = Fipsval({"acvp", "/tmp/sets"});
+  const testing::ProgramResult r = Fipsval({"acvp", "/tmp/sets", "--json", "/tmp/r.json", "--junit", "/tmp/r.xml"});
   EXPECT_EQ(r.status, 1);
+  ExpectReports(1);
+  EXPECT_EQ(Json::parse(testing::ReadFile("/tmp/r.json"))["acvp"]["counts"]["sets"].dump(),
+            R"({"answered":2,"not-answered":0,"failed":0,"refused":2,"submitted":1})");
   EXPECT_HAS(r.err, "fipsval: /tmp/sets/b/prompt.json: a symbolic link: refused (not followed)\n");
   EXPECT_HAS(r.err, "fipsval: /tmp/sets/c/prompt.json: not a regular file");
   EXPECT_HAS(r.err, "201/testvector-request.json: already submitted (processed.txt beside it): left alone\n");
@@ -310,8 +346,15 @@ TEST(Acvp, DirectoriesOfVectorSets) {
   const std::string expected = R"("algorithm": "SHA-1", "revision": "1.0", "testGroups": [{"tgId": 1, "tests": [{"tcId": 1, "md": "5BA93C9DB0CFF93F52B521D7420E43F6EDA2784F"}]}]})";
   testing::WriteFile("/tmp/expected/x/expectedResults.json", "{\"vsId\": 7, " + expected);
   testing::WriteFile("/tmp/expected/y/expectedResults.json", "{\"vsId\": 8, " + expected);
-  const testing::ProgramResult checked = Fipsval({"acvp", "--check", "/tmp/expected", "/tmp/sets"});
+  std::filesystem::remove("/tmp/r.xml");
+  ASSERT_EQ(mkfifo("/tmp/r.xml", 0600), 0);  // replaced, never opened
+  const testing::ProgramResult checked = Fipsval({"acvp", "--check", "/tmp/expected", "/tmp/sets", "--json", "/tmp/r.json", "--junit", "/tmp/r.xml"});
   EXPECT_EQ(checked.status, 1);
+  ExpectReports(1);
+  EXPECT_HAS(testing::ReadFile("/tmp/r.xml"), "<failure type=\"no-response\" message=\"no response for vsId 8 below /tmp/sets\">");
+  EXPECT_EQ(Fipsval({"acvp", "/tmp/sets/a/prompt.json", "--output", "/tmp/r.xml", "--junit", "/tmp/r.xml"}).status, 2);
+  EXPECT_EQ(Fipsval({"acvp", "--check", "/tmp/expected", "/tmp/sets", "--json", "/tmp/none/r.json"}).err,
+            "fipsval: cannot write the report /tmp/none/r.json: the directory /tmp/none does not exist\n");
   EXPECT_HAS(checked.out, "tgId 1: PASS 1 tests\n1 passed, 0 failed\n");
   EXPECT_HAS(checked.out, "y/expectedResults.json: FAIL no response for vsId 8 below /tmp/sets\n2 vector sets: 1 passed, 1 failed or without a response\n");
   ASSERT_EQ(symlink("/tmp/elsewhere", "/tmp/out/a"), 0);
@@ -320,7 +363,7 @@ TEST(Acvp, DirectoriesOfVectorSets) {
   EXPECT_HAS(planted.err, "cannot open /tmp/out/a: ");
   EXPECT_FALSE(testing::FileExists("/tmp/elsewhere/response.json"));
   EXPECT_TRUE(testing::FileExists("/tmp/out/testresults/module/1.0/100/200/testvector-response.json"));
-  for (const char* dir : {"/tmp/sets", "/tmp/out", "/tmp/elsewhere", "/tmp/expected"}) std::filesystem::remove_all(dir);
+  for (const char* dir : {"/tmp/sets", "/tmp/out", "/tmp/elsewhere", "/tmp/expected", "/tmp/r.json", "/tmp/r.xml"}) std::filesystem::remove_all(dir);
 }
 
 // Whether each group of the set is answered (a request file) or not.

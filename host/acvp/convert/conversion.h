@@ -32,6 +32,7 @@ struct RequestFile {
 struct Unanswered {
   long long tg_id = 0;
   std::string reason;
+  bool failed = false;  // a runner was given the group and did not answer it whole
 };
 
 struct Conversion {
