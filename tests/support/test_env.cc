@@ -120,16 +120,24 @@ int OpenDescriptorCount() {
   return count - 3;  // ".", ".." and the directory's own descriptor
 }
 
-CoreResult RunCore(const RunnerCore& core, std::string_view request) {
-  std::string text = Crlf(request);
-  std::FILE* req = fmemopen(text.data(), text.size(), "r");
-  char* data = nullptr;
-  std::size_t size = 0;
-  std::FILE* rsp = open_memstream(&data, &size);
-  CoreResult r;
-  r.printed = CaptureStdout([&] { core(req, rsp); });
+namespace {
+
+// What core prints on `text` as its request, writing to rsp (closed).
+std::string Drive(const RunnerCore& core, const std::string& text, std::FILE* rsp) {
+  std::FILE* req = fmemopen(const_cast<char*>(text.data()), text.size(), "r");
+  const std::string printed = CaptureStdout([&] { core(req, rsp); });
   std::fclose(req);
   std::fclose(rsp);
+  return printed;
+}
+
+}  // namespace
+
+CoreResult RunCore(const RunnerCore& core, std::string_view request) {
+  char* data = nullptr;
+  std::size_t size = 0;
+  CoreResult r;
+  r.printed = Drive(core, Crlf(request), open_memstream(&data, &size));
   r.response.assign(data, size);
   std::free(data);
   return r;
@@ -141,12 +149,8 @@ std::vector<std::string> PrintedAtEachFailedWrite(const RunnerCore& core,
   const std::string text = Crlf(request);
   std::vector<std::string> printed;
   for (int n = 1; n <= runs; ++n) {
-    std::FILE* req = fmemopen(const_cast<char*>(text.data()), text.size(), "r");
     int writes = 0;
-    std::FILE* rsp = FailingStream(n, &writes);
-    printed.push_back(CaptureStdout([&] { core(req, rsp); }));
-    std::fclose(req);
-    std::fclose(rsp);
+    printed.push_back(Drive(core, text, FailingStream(n, &writes)));
     if (writes < n) break;
   }
   return printed;

@@ -241,18 +241,10 @@ void ExpectReports(int status) {
   ASSERT_TRUE(report.is_object()) << testing::ReadFile("/tmp/r.json");
   EXPECT_EQ(report["exit_status"], status);
   const testing::ProgramResult v = testing::WaitProgram(testing::StartProgram(
-      {"python3", "-c",
-       "import json, sys, xml.dom.minidom\n"
-       "try: import jsonschema\n"
-       "except ImportError: sys.exit('python3-jsonschema is missing: not validated')\n"
-       "schema = json.load(open(sys.argv[1]))\n"
-       "jsonschema.Draft7Validator.check_schema(schema)\n"
-       "jsonschema.Draft7Validator(schema).validate(json.load(open('/tmp/r.json')))\n"
-       "xml.dom.minidom.parse('/tmp/r.xml')\n",
-       FIPSVAL_SOURCE_DIR "/doc/fipsval-acvp.schema.json"}, "schema"), "schema");
-  if (v.err.find("not validated") == std::string::npos) {
-    EXPECT_EQ(v.status, 0) << v.err;
-  }
+      {"python3", FIPSVAL_SOURCE_DIR "/tests/support/validate_reports.py",
+       FIPSVAL_SOURCE_DIR "/doc/fipsval-acvp.schema.json", "/tmp/r.json", "--xml", "/tmp/r.xml"},
+      "schema"), "schema");
+  EXPECT_TRUE(v.status == 0 || v.status == 77) << v.out << v.err;
 }
 
 // `acvp` takes either envelope and writes the array form unless --bare; a

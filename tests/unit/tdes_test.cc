@@ -242,8 +242,7 @@ TEST(TdesMonteCarlo, SeedReadingMessages) {
     EXPECT_EQ(RunCore(test_3des_tcbc_mct_from_stream, kHeader + c.body).printed, c.printed)
         << c.body;
   }
-  EXPECT_EQ(RunCore(test_3des_tcbc_mct_from_stream, "# none\n").printed,
-            "Never found encrypt marker\n");
+  EXPECT_EQ(RunCore(test_3des_tcbc_mct_from_stream, "# none\n").printed, "Never found encrypt marker\n");
 }
 
 }  // namespace
