@@ -13,12 +13,6 @@
 
 namespace fipsval::testing {
 
-bool OneOf(const std::string& text, std::initializer_list<const char*> options) {
-  for (const char* option : options) {
-    if (text == option) return true;
-  }
-  return false;
-}
 
 std::string Crlf(std::string_view text) {
   std::string out;

@@ -16,10 +16,6 @@
 
 namespace fipsval::testing {
 
-// True when text equals one of the options. A short write can hit any of a
-// runner's writes, depending on where the stdio buffer happens to be flushed.
-bool OneOf(const std::string& text, std::initializer_list<const char*> options);
-
 // Turns "\n" line ends into the CR LF of CAVP files.
 std::string Crlf(std::string_view text);
 

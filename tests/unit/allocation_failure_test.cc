@@ -23,11 +23,7 @@ long g_fail_at = -1;  // the allocation to refuse, counted from 0; -1: none
 long g_count = 0;
 bool g_refused = false;
 
-bool Refuse() {
-  if (g_fail_at < 0 || g_count++ != g_fail_at) return false;
-  g_refused = true;
-  return true;
-}
+bool Refuse() { return g_fail_at >= 0 && g_count++ == g_fail_at && (g_refused = true); }
 void* Malloc(std::size_t n, const char*, int) { return Refuse() ? nullptr : std::malloc(n); }
 void* Realloc(void* p, std::size_t n, const char*, int) {
   return Refuse() ? nullptr : std::realloc(p, n);

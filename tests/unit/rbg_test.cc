@@ -43,8 +43,10 @@ TEST(Rbg, NistVectorsInTheAes256UseDfSectionOnly) {
       "# CTR_DRBG options: AES-128 use df :: AES-256 use df\n\n"
       "[AES-128 use df]\n[ReturnedBitsLen = 256]\n\n" + Inputs(0, kDrbgAllEmpty) + "\n";
   const std::string head = earlier + Header("512") + "# COUNT of tests: 2\n";
+  const int descriptors = OpenDescriptorCount();
   const CoreResult r = Drbg(head + Inputs(0, kDrbgAllEmpty) + "\n" +
                            Inputs(1, kDrbgEverything));
+  EXPECT_EQ(OpenDescriptorCount(), descriptors) << "the device is closed after each test";
   EXPECT_EQ(r.printed, "");
   EXPECT_EQ(r.response,
             Crlf(head + Inputs(0, kDrbgAllEmpty) + Answer(kDrbgAllEmpty.returned) +
